@@ -1,0 +1,102 @@
+// The operating-system interface shared by the library, the virtual board and the tools.
+// Everything that differs between Windows and POSIX hides behind these declarations; the
+// implementations live in win32/ and posix/ and exactly one of them is compiled in.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+namespace tvx::os {
+
+// ---- Dynamic libraries -------------------------------------------------------------------
+// `base` is the plain name ("zarimio"); the platform turns it into its file name
+// ("zarimio.dll" / "libzarimio.so") and searches the system's ordinary way (on POSIX the
+// calling object's RUNPATH, which is $ORIGIN for our binaries).
+void* LoadDynamicLibrary(const char* base);
+void* FindSymbol(void* library, const char* name);
+void FreeDynamicLibrary(void* library);
+// The file name LoadDynamicLibrary("x") looks for, for messages and build tooling.
+const char* DynamicLibraryFileName(const char* base, char* out, size_t size);
+
+// ---- Last error ----------------------------------------------------------------------------
+uint32_t LastError();            // GetLastError / errno
+void SetLastError(uint32_t code);
+
+// ---- Registry ------------------------------------------------------------------------------
+// A key under HKEY_LOCAL_MACHINE, opened for query only. Paths use backslashes
+// ("SYSTEM\\CurrentControlSet\\Services\\zarim\\Parameters"). On POSIX the tree is the
+// directory $TORVIXE_REGISTRY (default /etc/torvixe/registry) and a value is a file that
+// holds the value's raw bytes.
+struct RegistryKey;
+RegistryKey* OpenRegistryKey(const char* path);   // null when the key cannot be opened
+// Copies the value's raw bytes into `data`. In: *size is the room; out: the bytes stored.
+// False when the value is missing, unreadable, or longer than the room.
+bool QueryRegistryValue(RegistryKey* key, const char* name, void* data, uint32_t* size);
+void CloseRegistryKey(RegistryKey* key);
+// Test and tooling support: create the key path as needed and store raw bytes; remove a
+// value (true when it is gone afterwards).
+bool WriteRegistryValue(const char* path, const char* name, const void* data, uint32_t size);
+bool DeleteRegistryValue(const char* path, const char* name);
+
+// ---- Device enumeration --------------------------------------------------------------------
+struct Guid {
+  uint32_t data1;
+  uint16_t data2;
+  uint16_t data3;
+  uint8_t data4[8];
+};
+// Present devices exposing an interface of `cls`. Windows: SetupAPI. POSIX: entries of
+// $TORVIXE_DEVICES (default /sys/class/zarim) sorted by name, the class is not consulted.
+uint32_t CountDeviceInterfaces(const Guid& cls);
+// Writes the device path of interface `index` (Windows: the SetupAPI detail's path; POSIX:
+// "/dev/" + entry name). False when there is none, anything fails, or the path plus its
+// terminating zero does not fit into `size` bytes; `out` is then left empty when size > 0.
+bool DeviceInterfacePath(const Guid& cls, uint32_t index, char* out, size_t size);
+
+// ---- Named events --------------------------------------------------------------------------
+// Auto-reset events shared by name between processes. POSIX keeps them as FIFOs in a per-user
+// runtime directory and drops a "Global\\" prefix from the name.
+using Event = void*;   // null = no event
+Event CreateNamedEvent(const char* name);   // create, or open an existing one; non-signalled
+Event OpenNamedEvent(const char* name);     // open an existing one (synchronise access only)
+bool SignalEvent(Event event);
+enum class WaitResult { kFirst, kSecond, kTimeout, kFailed };
+constexpr uint32_t kInfinite = 0xFFFFFFFFu;
+// Waits until one of the two is signalled (the first wins when both are) or the time-out in
+// milliseconds runs out. A wake consumes the signal of the event it reports.
+WaitResult WaitForEither(Event first, Event second, uint32_t timeout_ms);
+void CloseEvent(Event event);
+
+// ---- Time ----------------------------------------------------------------------------------
+int64_t PerformanceCounter();
+int64_t PerformanceFrequency();
+void SleepMs(uint32_t ms);
+
+// ---- Thread affinity -----------------------------------------------------------------------
+// Sets the calling thread's processor-affinity mask and returns the previous one (0 when it
+// could not be changed). POSIX does nothing and returns 0.
+uint64_t SetThreadAffinity(uint64_t mask);
+
+// ---- Memory for the virtual board ------------------------------------------------------------
+// Page-granular memory; `Protect` switches between no access and read/write.
+size_t PageSize();
+void* AllocatePages(size_t size);            // zeroed, read/write; null on failure
+void FreePages(void* base, size_t size);
+bool ProtectPages(void* base, size_t size, bool accessible);
+
+// ---- Access traps (used by the virtual board only) ------------------------------------------
+// A client owns memory it keeps inaccessible. On an access fault inside it, the platform calls
+// `Fault` with the faulting address and direction. The client prepares the access (for a read
+// it stores the value the access must see) and names the range to open; the platform opens
+// it, lets the one instruction execute under the single-step flag, closes the range again and
+// calls `Stepped`. Faults the client does not claim go on to the handler installed before.
+class TrapClient {
+ public:
+  virtual ~TrapClient() = default;
+  virtual bool Fault(void* address, bool write, void** open_base, size_t* open_size) = 0;
+  virtual void Stepped() = 0;
+};
+bool InstallTrapClient(TrapClient* client);   // one client per process; idempotent
+void RemoveTrapClient(TrapClient* client);
+
+}  // namespace tvx::os
