@@ -1,0 +1,49 @@
+# Shared by the scripts: where things are and how missing tools get installed.
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+linux_build="$root/build/linux"
+windows_build="$root/build/windows"
+asan_build="$root/build/asan"
+jobs=$(nproc 2>/dev/null || echo 2)
+
+# ensure_packages "command-or-path:package" ... — installs the packages whose command or file
+# is missing (apt-get, when run as root), or says what to install.
+ensure_packages() {
+  local missing=()
+  local item probe pkg
+  for item in "$@"; do
+    probe=${item%%:*}
+    pkg=${item#*:}
+    if [[ $probe == /* ]]; then
+      [[ -e $probe ]] || missing+=("$pkg")
+    else
+      command -v "$probe" >/dev/null 2>&1 || missing+=("$pkg")
+    fi
+  done
+  ((${#missing[@]} == 0)) && return 0
+  if [[ $(id -u) -eq 0 ]] && command -v apt-get >/dev/null 2>&1; then
+    echo "Installing: ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null
+  else
+    echo "Missing packages: ${missing[*]}" >&2
+    echo "Install them (as root: apt-get install ${missing[*]}) and run this again." >&2
+    return 1
+  fi
+}
+
+linux_tools=(cmake:cmake ninja:ninja-build g++:g++ pkg-config:pkg-config
+  /usr/include/gtest/gtest.h:libgtest-dev /usr/include/gmock/gmock.h:libgmock-dev
+  /usr/include/benchmark/benchmark.h:libbenchmark-dev)
+windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine64
+  /usr/src/googletest/CMakeLists.txt:googletest)
+
+configure_linux() {
+  [[ -f $linux_build/build.ninja ]] ||
+    cmake -S "$root" -B "$linux_build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+}
+configure_windows() {
+  [[ -f $windows_build/build.ninja ]] ||
+    cmake -S "$root" -B "$windows_build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+      -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64.cmake" >/dev/null
+}

@@ -1,0 +1,94 @@
+// Exports whose modules are not built by this version of the library yet. Each finds its
+// module slot empty, exactly as on a board whose bring-up stopped before the module, and
+// answers with its own null message. As a module lands, its exports move to the module's
+// own export file.
+#include "api/frame.h"
+
+using namespace tvx;
+
+// The export, the name its messages carry, then the arguments after the DeviceId.
+#define TVX_PENDING(name, wording, ...)                       \
+  TORVIXE_API int32_t name(DeviceId* id, ##__VA_ARGS__) {     \
+    static const ExportText text{wording};                    \
+    return ExportCall(id, text).Null();                       \
+  }
+
+extern "C" {
+
+TVX_PENDING(FPGALoad, "FPGALoad", const char*, const char*)
+TVX_PENDING(GetModuleSerialNumber, "GetModuleSerialNumber", char*)
+TVX_PENDING(GetModuleVersion, "GetModuleVersion", char*)
+TVX_PENDING(GetLConvertorSerialNumber, "GetLConvertorSerialNumber", char*)
+TVX_PENDING(GetLConvertorVersion, "GetLConvertorVersion", char*)
+TVX_PENDING(GetPCBTemperature, "GetPCBTemperature", float*)
+TVX_PENDING(GetFPGATemperature, "GetFPGATemperature", float*)
+
+// Its null message says "NULL-объект" alone.
+TORVIXE_API int32_t RAMLoad(DeviceId* id, const char*, uint8_t) {
+  static const ExportText text{"RAMLoad"};
+  return ExportCall(id, text).Null(-1, "NULL-объект");
+}
+
+TVX_PENDING(SimulatorLoad, "SimulatorLoad", const char*)
+TVX_PENDING(SimulatorControl, "SimulatorControl", const uint32_t*)
+TVX_PENDING(SimulatorSetCarrier, "SimulatorSetCarrier", const double*)
+TVX_PENDING(SimulatorSetTiming, "SimulatorSetTiming", const double*)
+TVX_PENDING(Counters, "Counters", CountersRecord*)
+TVX_PENDING(MasterGetBuffers, "MasterGetBuffers", BufferMap*)
+TVX_PENDING(MasterLoad, "MasterLoad", const BufferMap*)
+TVX_PENDING(MasterStart, "MasterStart", const uint32_t*)
+TVX_PENDING(MasterStop, "MasterStop")
+TVX_PENDING(MasterGetInterruptInfo, "MasterGetInterruptInfo", InterruptRecord*)
+
+// A missing channel object answers 1 with the channel named in the message.
+TORVIXE_API int32_t ReadChannelData(DeviceId* id, uint32_t channel, uint8_t*, uint32_t, uint32_t*,
+                                    uint32_t) {
+  if (!id) {
+    SetLastErrorText("%s ChannelID %u: %s", "ReadChannelData", unsigned(channel), kNullText);
+    return 1;
+  }
+  SetLastErrorText("%s [%d] ChannelID %d: %s", "ReadChannelData", int(id->Index), int(channel),
+                   kNullText);
+  return 1;
+}
+
+TVX_PENDING(IQControl, "IQControl", const uint32_t*)
+TVX_PENDING(DMDControl, "DMDControl", const uint32_t*)
+TVX_PENDING(DMA3CHControl, "DMA3CHControl", const uint32_t*)
+TVX_PENDING(ISOCVRTSetTiming, "ISOCVRTSetTiming", const float*, const float*)
+TVX_PENDING(ISOCVRTGetLoading, "ISOCVRTGetLoading", uint32_t*)
+TVX_PENDING(GetLConvertorType, "GetLConvertorType", uint8_t*)
+TVX_PENDING(InitLConvertorVList, "InitLConvertorVList")
+TVX_PENDING(sSynthLoad, "sSynthLoad", const double*)
+TVX_PENDING(FirstGainControl, "FirstGainCtrl", const uint32_t*)
+TVX_PENDING(SecondGainControl, "SecondGainCtrl", const uint32_t*)
+TVX_PENDING(GetGCValues, "GetGCValues", GCValues*)
+TVX_PENDING(GetGCValuesMulti, "GetGCValuesMulti", GCValues*)
+TVX_PENDING(ADCLoad, "ADCLoad")
+TVX_PENDING(ADCLoadMulti, "ADCLoadMulti")
+TVX_PENDING(SetCarrier, "SetCarrier", const double*)
+TVX_PENDING(SetCarrierMulti, "SetCarrierMulti", const double*)
+// Its null message has no line end.
+TORVIXE_API int32_t MeasureCarrier(DeviceId* id, uint64_t, double*) {
+  static const ExportText text{"MeasureCarrier", false};
+  return ExportCall(id, text).Null();
+}
+
+TVX_PENDING(SetTiming, "SetTiming", const double*)
+TVX_PENDING(GetTimingControl, "GetTimingControl", TimingControl*)
+TVX_PENDING(MeasureTiming, "MeasureTiming", uint64_t, double*)
+TVX_PENDING(SetTimingMode, "SetTimingMode", const uint32_t*)
+TVX_PENDING(FilterLoad, "FilterLoad", const char*, const uint8_t*, const void*)
+TVX_PENDING(EQControl, "EQControl", const uint32_t*)
+TVX_PENDING(EQErrorTblLoad, "EQErrorTblLoad", const char*)
+TVX_PENDING(EQGetCoeff, "EQGetCoeff", EqCoefficients*)
+TVX_PENDING(EQManualCoeffLoad, "EQManualCoeffLoad", const EqCoefficients*)
+TVX_PENDING(SetSignalType, "SetSignalType", const uint8_t*, const uint8_t*, const uint8_t*)
+TVX_PENDING(GetSignalParameters, "GetSignalParameters", SignalParameters*)
+TVX_PENDING(LoadPackMode, "LoadPackMode", const char*)
+TVX_PENDING(DMPXLoad, "DMPXLoad", const char*)
+TVX_PENDING(DMPXControl, "DMPXControl", const DmpxControl*)
+TVX_PENDING(DMPXStatus, "DMPXStatus", uint32_t*)
+TVX_PENDING(GetBitStatus, "GetBitStatus", uint32_t*)
+
+}  // extern "C"

@@ -1,0 +1,120 @@
+// The binding's own logic: flags, result codes and texts, and the BAR bounds that keep raw
+// access inside the board.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstring>
+
+#include "model_io.h"
+
+namespace tvx::test {
+namespace {
+
+// A "BAR" of 16 words inside guard words, reached through the real access path.
+class BindingTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    memory.fill(0xA5A5A5A5u);
+    script.bar = &memory[4];
+    script.bar_size = 64;
+  }
+  std::array<uint32_t, 24> memory{};
+  IoScript script;
+  ModelIo io{nullptr, &script};
+};
+
+TEST_F(BindingTest, AccessBeforeOpenOrMapIsRefused) {
+  uint32_t value = 42;
+  EXPECT_EQ(io.ReadPort(0, &value), 1);
+  EXPECT_STREQ(io.GetErrorText(), "ReadPort: invalid handle value specified\n");
+  ASSERT_EQ(io.Open(0), 0);
+  EXPECT_EQ(io.ReadPort(0, &value), 2);
+  EXPECT_STREQ(io.GetErrorText(), "ReadPort: BAR is not mapped in user mode\n");
+  EXPECT_EQ(io.WritePort(0, 1), 2);
+  EXPECT_STREQ(io.GetErrorText(), "WritePort: BAR is not mapped in user mode\n");
+  EXPECT_EQ(value, 42u);
+}
+
+TEST_F(BindingTest, ReadsAndWritesReachTheMappedWord) {
+  ASSERT_EQ(io.Open(0), 0);
+  ASSERT_EQ(io.BARMap(), 0);
+  EXPECT_EQ(io.WritePort(60, 0x12345678), 0);
+  EXPECT_EQ(memory[4 + 15], 0x12345678u);
+  uint32_t value = 0;
+  EXPECT_EQ(io.ReadPort(60, &value), 0);
+  EXPECT_EQ(value, 0x12345678u);
+}
+
+TEST_F(BindingTest, AddressesOutsideTheBarOrMisalignedNeverReachMemory) {
+  ASSERT_EQ(io.Open(0), 0);
+  ASSERT_EQ(io.BARMap(), 0);
+  for (uint32_t address : {64u, 68u, 0x10000u, 0xFFFFFFFCu, 2u, 61u}) {
+    uint32_t value = 7;
+    EXPECT_EQ(io.ReadPort(address, &value), 5) << address;
+    EXPECT_EQ(value, 7u);
+    EXPECT_EQ(io.WritePort(address, 0), 5) << address;
+  }
+  EXPECT_STREQ(io.GetErrorText(),
+               "WritePort: address 0x0000003D is outside the register BAR (0x40 bytes) or not "
+               "aligned\n");
+  for (int i : {0, 1, 2, 3, 20, 21, 22, 23}) EXPECT_EQ(memory[i], 0xA5A5A5A5u) << i;
+}
+
+TEST_F(BindingTest, AKernelModeFailureReportsTheSystemCode) {
+  ASSERT_EQ(io.Open(0), 0);
+  io.SetRwMode(7);
+  uint32_t value = 0;
+  EXPECT_EQ(io.ReadPort(0, &value), 4);
+  EXPECT_STREQ(io.GetErrorText(), "ReadPort: rwMode is not specified\n");
+  EXPECT_EQ(io.WritePort(0, 0), 4);
+  EXPECT_STREQ(io.GetErrorText(), "WritePort: rwMode is not specified\n");
+}
+
+TEST_F(BindingTest, UnmapWithoutMappingCallsNothing) {
+  ASSERT_EQ(io.Open(0), 0);
+  EXPECT_EQ(io.MemoryUnmap(), -2);
+  EXPECT_STREQ(io.GetErrorText(), "MemoryUnmap: memory is not mapped\n");
+  EXPECT_EQ(script.calls, (std::vector<std::string>{"open"}));
+}
+
+TEST_F(BindingTest, AFailedBarUnmapKeepsTheBarMapped) {
+  ASSERT_EQ(io.Open(0), 0);
+  ASSERT_EQ(io.BARMap(), 0);
+  script.bar_unmap = 0x57;
+  EXPECT_NE(io.BARUnmap(), 0);
+  EXPECT_TRUE(io.bar_mapped());
+  EXPECT_STREQ(io.GetErrorText(), "BARUnmap: unable to unmap BAR memory; gle = 0x00000057\n");
+  script.bar_unmap = 0;
+  EXPECT_EQ(io.BARUnmap(), 0);
+  EXPECT_FALSE(io.bar_mapped());
+}
+
+TEST_F(BindingTest, CloseKeepsTheHandleButClearsOpened) {
+  ASSERT_EQ(io.Open(4), 0);
+  EXPECT_TRUE(io.opened());
+  io.Close();
+  EXPECT_FALSE(io.opened());
+  // The handle is still there: a second close calls the library again instead of refusing.
+  io.Close();
+  EXPECT_EQ(script.calls, (std::vector<std::string>{"open", "close", "close"}));
+}
+
+TEST_F(BindingTest, OperationsWithoutADeviceRefuseWithTheirTexts) {
+  struct Case {
+    int32_t (cZARIM::*op)();
+    int32_t code;
+    const char* text;
+  };
+  for (const Case& c : {Case{&cZARIM::MemoryMap, 1, "MemoryMap: invalid handle specified\n"},
+                        Case{&cZARIM::MemoryUnmap, -1, "MemoryUnmap: invalid handle specified\n"},
+                        Case{&cZARIM::BARMap, 1, "BARMap: invalid handle specified\n"},
+                        Case{&cZARIM::BARUnmap, 1, "BARUnmap: invalid handle specified\n"},
+                        Case{&cZARIM::Close, 1, "Close: invalid handle value\n"}}) {
+    EXPECT_EQ((io.*c.op)(), c.code);
+    EXPECT_STREQ(io.GetErrorText(), c.text);
+  }
+  EXPECT_TRUE(script.calls.empty());
+}
+
+}  // namespace
+}  // namespace tvx::test
