@@ -1,0 +1,72 @@
+// The counter, sleeps, thread affinity and page-granular memory.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdint>
+
+#include "platform/os.h"
+#include "platform_test_util.h"
+
+namespace tvx::os {
+namespace {
+
+TEST(Counter, IsMonotonicAndAgreesWithTheSteadyClock) {
+  const int64_t frequency = PerformanceFrequency();
+  ASSERT_GT(frequency, 0);
+  if (!test::OnWindows()) {
+    EXPECT_EQ(frequency, 1000000000);
+  }
+  int64_t previous = PerformanceCounter();
+  for (int i = 0; i < 10000; ++i) {
+    const int64_t now = PerformanceCounter();
+    ASSERT_GE(now, previous);
+    previous = now;
+  }
+  const auto wall_start = std::chrono::steady_clock::now();
+  const int64_t start = PerformanceCounter();
+  SleepMs(150);
+  const double counted_ms = (PerformanceCounter() - start) * 1000.0 / frequency;
+  const double wall_ms =
+      std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - wall_start).count();
+  EXPECT_GE(counted_ms, 140.0);
+  EXPECT_LE(counted_ms, 350.0);
+  EXPECT_NEAR(counted_ms, wall_ms, 20.0) << "counter units and frequency disagree";
+}
+
+TEST(Affinity, ReturnsThePreviousMaskWhereItIsSupported) {
+  const uint64_t previous = SetThreadAffinity(1);
+  if (!test::OnWindows()) {
+    EXPECT_EQ(previous, 0u);
+    return;
+  }
+  ASSERT_NE(previous, 0u);
+  EXPECT_EQ(SetThreadAffinity(previous), 1u);
+}
+
+// Pages come zeroed and aligned; closing and reopening a range keeps its contents and leaves the
+// neighbours open: the virtual board toggles register pages this way around every access.
+TEST(Pages, ZeroedAlignedAndProtectRoundTripKeepsContents) {
+  const size_t page = PageSize();
+  ASSERT_GE(page, 4096u);
+  EXPECT_EQ(page & (page - 1), 0u) << "a power of two";
+  auto* p = static_cast<uint8_t*>(AllocatePages(3 * page));
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % page, 0u);
+  for (size_t i = 0; i < 3 * page; ++i) ASSERT_EQ(p[i], 0) << i;
+  p[page] = 0xA5;
+  for (int round = 0; round < 3; ++round) {
+    ASSERT_TRUE(ProtectPages(p + page, page, false));
+    p[0] = static_cast<uint8_t>(round);
+    p[3 * page - 1] = static_cast<uint8_t>(round);
+    ASSERT_TRUE(ProtectPages(p + page, page, true));
+    EXPECT_EQ(p[page], 0xA5 + round);
+    ++p[page];
+  }
+  EXPECT_FALSE(ProtectPages(nullptr, page, true));
+  EXPECT_EQ(AllocatePages(0), nullptr);
+  FreePages(p, 3 * page);
+  FreePages(nullptr, page);
+}
+
+}  // namespace
+}  // namespace tvx::os
