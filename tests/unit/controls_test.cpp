@@ -5,14 +5,15 @@
 #include "api/controls.h"
 #include "board_fixture.h"
 
+// Found by argument-dependent lookup from inside the standard algorithms.
+static bool operator==(const zsim_access& a, const zsim_access& b) {
+  return a.addr == b.addr && a.value == b.value && a.write == b.write;
+}
+
 namespace tvx::test {
 namespace {
 
 std::vector<zsim_access> Accesses(const zsim::BoardModel& m) { return m.Trace(); }
-
-bool operator==(const zsim_access& a, const zsim_access& b) {
-  return a.addr == b.addr && a.value == b.value && a.write == b.write;
-}
 
 class ControlsTest : public BoardTest {
  protected:
