@@ -1,0 +1,154 @@
+// The CLI's command line: global options anywhere, command options only where accepted, and
+// every malformed value refused with a usable message.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "options.h"
+
+namespace tvx::cli {
+namespace {
+
+using Args = std::vector<std::string>;
+
+Invocation Parse(const Args& args) {
+  Invocation inv;
+  const std::string error = ParseCommandLine(args, &inv);
+  EXPECT_EQ(error, "") << "for " << ::testing::PrintToString(args);
+  return inv;
+}
+
+TEST(ParseCommandLine, GlobalOptionsGoBeforeOrAfterTheCommand) {
+  const struct {
+    Args args;
+    unsigned board;
+    std::vector<std::string> positional;
+  } cases[] = {
+      {{"peek", "0x8000"}, 0, {"0x8000"}},
+      {{"-b", "3", "peek", "0x8000"}, 3, {"0x8000"}},
+      {{"peek", "0x8000", "-b", "3"}, 3, {"0x8000"}},
+      {{"peek", "--board", "0x7F", "0x8000"}, 127, {"0x8000"}},
+      {{"--board=255", "peek", "0x8000"}, 255, {"0x8000"}},   // the library refuses it, not us
+      {{"-b7", "peek", "0x8000"}, 7, {"0x8000"}},
+      {{"-b", "1", "-b", "2", "peek", "1"}, 2, {"1"}},         // the last one wins
+      {{"poke", "--", "-b", "5"}, 0, {"-b", "5"}},             // after "--" nothing is an option
+      {{"poke", "-", "5"}, 0, {"-", "5"}},
+  };
+  for (const auto& c : cases) {
+    const Invocation inv = Parse(c.args);
+    EXPECT_EQ(inv.board, c.board) << ::testing::PrintToString(c.args);
+    EXPECT_EQ(inv.args, c.positional) << ::testing::PrintToString(c.args);
+    EXPECT_FALSE(inv.command.empty());
+  }
+}
+
+TEST(ParseCommandLine, VirtualBoardOptionsKeepTheirOrder) {
+  const Invocation inv = Parse({"--sim", "fault.open=2", "info", "--sim=reg.0x8000=0x5=x",
+                                "--sim-config", "a.ini", "--sim-config=b.ini", "--trace"});
+  ASSERT_EQ(inv.sim.size(), 2u);
+  EXPECT_EQ(inv.sim[0].key, "fault.open");
+  EXPECT_EQ(inv.sim[0].value, "2");
+  EXPECT_EQ(inv.sim[1].key, "reg.0x8000");   // only the first '=' separates
+  EXPECT_EQ(inv.sim[1].value, "0x5=x");
+  EXPECT_EQ(inv.sim_configs, (std::vector<std::string>{"a.ini", "b.ini"}));
+  EXPECT_TRUE(inv.trace);
+  EXPECT_EQ(inv.command, "info");
+
+  const Invocation empty_value = Parse({"--sim", "slot=", "list"});
+  ASSERT_EQ(empty_value.sim.size(), 1u);
+  EXPECT_EQ(empty_value.sim[0].value, "");
+}
+
+TEST(ParseCommandLine, FlagsAndCommandOptions) {
+  const Invocation help = Parse({"peek", "-h"});
+  EXPECT_TRUE(help.help);
+  EXPECT_EQ(help.command, "peek");
+  EXPECT_TRUE(Parse({"--help"}).help);
+  EXPECT_TRUE(Parse({"--version"}).version);
+
+  const Invocation count = Parse({"peek", "0", "--count", "0x10"});
+  EXPECT_EQ(count.count, 16u);
+  EXPECT_EQ(count.options_given, kOptCount);
+  EXPECT_EQ(Parse({"peek", "0"}).count, 1u);
+  EXPECT_EQ(Parse({"peek", "0"}).options_given, 0u);
+  EXPECT_EQ(Parse({"--count=65536", "peek", "0"}).count, 65536u);
+}
+
+TEST(ParseCommandLine, RefusesMalformedLines) {
+  const struct {
+    Args args;
+    const char* error_part;
+  } cases[] = {
+      {{"-b", "256", "info"}, "invalid board index '256'"},
+      {{"-b", "-1", "info"}, "invalid board index '-1'"},
+      {{"--board", "two", "info"}, "invalid board index 'two'"},
+      {{"--board=", "info"}, "invalid board index ''"},
+      {{"info", "-b"}, "option '-b' needs a value N"},
+      {{"info", "--sim"}, "option '--sim' needs a value"},
+      {{"--sim", "fault.open", "info"}, "--sim expects KEY=VALUE"},
+      {{"--sim", "=2", "info"}, "--sim expects KEY=VALUE"},
+      {{"--count", "0", "peek", "0"}, "invalid count '0'"},
+      {{"--count", "65537", "peek", "0"}, "invalid count '65537'"},
+      {{"--trace=yes", "info"}, "option '--trace' takes no value"},
+      {{"-hv", "info"}, "option '-h' takes no value"},
+      {{"--bored", "info"}, "unknown option '--bored'"},
+      {{"-x", "info"}, "unknown option '-x'"},
+      {{"poke", "0", "-5"}, "unknown option '-5'"},
+  };
+  for (const auto& c : cases) {
+    Invocation inv;
+    inv.board = 99;
+    const std::string error = ParseCommandLine(c.args, &inv);
+    EXPECT_NE(error.find(c.error_part), std::string::npos)
+        << ::testing::PrintToString(c.args) << " gave \"" << error << '"';
+    EXPECT_EQ(inv.board, 99u) << "a refused line must not half-fill the invocation";
+  }
+}
+
+TEST(CheckInvocation, ArgumentCountsAndCommandOptions) {
+  const CommandSyntax peek{"peek", "ADDR [--count K]", 1, 1, kOptCount};
+  const CommandSyntax list{"list", "", 0, 0, 0};
+  const struct {
+    const CommandSyntax& syntax;
+    Args args;
+    const char* error_part;   // null: accepted
+  } cases[] = {
+      {peek, {"peek", "0"}, nullptr},
+      {peek, {"peek", "0", "--count", "2"}, nullptr},
+      {peek, {"peek"}, "peek: missing argument; usage: torvixe peek ADDR [--count K]"},
+      {peek, {"peek", "1", "2"}, "peek: unexpected argument '2'"},
+      {peek, {"peek", "--help"}, nullptr},                      // help needs no arguments
+      {list, {"list"}, nullptr},
+      {list, {"list", "extra"}, "list: unexpected argument 'extra'; usage: torvixe list"},
+      {list, {"list", "--count", "2"}, "list: option --count does not apply"},
+      {list, {"list", "--count", "2", "--help"}, "list: option --count does not apply"},
+  };
+  for (const auto& c : cases) {
+    const std::string error = CheckInvocation(Parse(c.args), c.syntax);
+    if (c.error_part == nullptr) {
+      EXPECT_EQ(error, "") << ::testing::PrintToString(c.args);
+    } else {
+      EXPECT_NE(error.find(c.error_part), std::string::npos)
+          << ::testing::PrintToString(c.args) << " gave \"" << error << '"';
+    }
+  }
+}
+
+// The table every new command is added to: each entry must be reachable and complete.
+TEST(CommandTable, EveryEntryIsFoundByNameAndHasItsHelp) {
+  int entries = 0;
+  for (const Command* c = kCommands; c->run != nullptr; ++c, ++entries) {
+    EXPECT_EQ(FindCommand(c->syntax.name), c) << c->syntax.name << " is shadowed by another entry";
+    EXPECT_LE(c->syntax.min_args, c->syntax.max_args) << c->syntax.name;
+    EXPECT_NE(std::string(c->summary), "") << c->syntax.name;
+    EXPECT_NE(std::string(c->details), "") << c->syntax.name;
+  }
+  EXPECT_GE(entries, 4);
+  EXPECT_EQ(FindCommand("nonsense"), nullptr);
+  EXPECT_EQ(FindCommand(""), nullptr);
+}
+
+}  // namespace
+}  // namespace tvx::cli

@@ -1,0 +1,114 @@
+// The CLI's Windows-1251 decoder and number parser. This file compiles with the library's
+// CP1251 execution character set: plain literals hold CP1251 bytes, u8 literals UTF-8, so the
+// compiler's own conversion is the reference for the whole code page.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "text.h"
+
+namespace tvx::cli {
+namespace {
+
+// Bytes 0x80..0xBF in order, without 0x98 (no character there), written as characters.
+#define TVX_HIGH_HALF                                                                    \
+  "\u0402\u0403\u201A\u0453\u201E\u2026\u2020\u2021\u20AC\u2030\u0409\u2039\u040A\u040C" \
+  "\u040B\u040F\u0452\u2018\u2019\u201C\u201D\u2022\u2013\u2014\u2122\u0459\u203A\u045A" \
+  "\u045C\u045B\u045F\u00A0\u040E\u045E\u0408\u00A4\u0490\u00A6\u00A7\u0401\u00A9\u0404" \
+  "\u00AB\u00AC\u00AD\u00AE\u0407\u00B0\u00B1\u0406\u0456\u0491\u00B5\u00B6\u00B7\u0451" \
+  "\u2116\u0454\u00BB\u0458\u0405\u0455\u0457"
+#define TVX_CYRILLIC "АБВГДЕЖЗИЙКЛМНОПРСТУФХЦЧШЩЪЫЬЭЮЯабвгдежзийклмнопрстуфхцчшщъыьэюя"
+
+TEST(Cp1251ToUtf8, WholeCodePageMatchesTheCompilersConversion) {
+  const std::string high = "" TVX_HIGH_HALF;
+  ASSERT_EQ(high.size(), 63u);
+  std::string expected_bytes;
+  for (int b = 0x80; b < 0xC0; ++b)
+    if (b != 0x98) expected_bytes += static_cast<char>(b);
+  ASSERT_EQ(high, expected_bytes) << "the list above is not the code page in byte order";
+  EXPECT_EQ(Cp1251ToUtf8(high), std::string(u8"" TVX_HIGH_HALF));
+
+  const std::string cyrillic = TVX_CYRILLIC;
+  ASSERT_EQ(cyrillic.size(), 64u);
+  EXPECT_EQ(static_cast<unsigned char>(cyrillic.front()), 0xC0);
+  EXPECT_EQ(Cp1251ToUtf8(cyrillic), std::string(u8"" TVX_CYRILLIC));
+}
+
+TEST(Cp1251ToUtf8, ByteExactSamples) {
+  const struct {
+    std::string in;
+    std::string out;
+  } cases[] = {
+      {"", ""},
+      {"plain ASCII\t\n", "plain ASCII\t\n"},
+      {std::string("a\0b", 3), std::string("a\0b", 3)},
+      // "NULL-объект", the library's null-argument text.
+      {"\x4E\x55\x4C\x4C\x2D\xEE\xE1\xFA\xE5\xEA\xF2",
+       "\x4E\x55\x4C\x4C\x2D\xD0\xBE\xD0\xB1\xD1\x8A\xD0\xB5\xD0\xBA\xD1\x82"},
+      {"\xC0\xFF", "\xD0\x90\xD1\x8F"},            // А я: the ends of the contiguous range
+      {"\xA8\xB8", "\xD0\x81\xD1\x91"},            // Ё ё: outside it
+      {"\x88", "\xE2\x82\xAC"},                    // euro sign, three bytes
+      {"\xB9", "\xE2\x84\x96"},                    // numero sign
+      {"\x98", "\xEF\xBF\xBD"},                    // no character: replacement
+      {"\x7F\x80", "\x7F\xD0\x82"},                // last ASCII, first high byte
+  };
+  for (const auto& c : cases) EXPECT_EQ(Cp1251ToUtf8(c.in), c.out) << c.in;
+}
+
+TEST(LibraryText, ConvertsAndDropsTheTrailingLineEnd) {
+  EXPECT_EQ(LibraryText(nullptr), "");
+  EXPECT_EQ(LibraryText(""), "");
+  EXPECT_EQ(LibraryText("ADCLoad [0]: \xEE\xF8\xE8\xE1\xEA\xE0\n"),
+            std::string(u8"ADCLoad [0]: ошибка"));
+  EXPECT_EQ(LibraryText("two\nlines\r\n\n"), "two\nlines");
+  EXPECT_EQ(LibraryText("\n"), "");
+}
+
+TEST(ParseUnsigned, AcceptsDecimalAndHexWithinRange) {
+  const struct {
+    const char* text;
+    uint64_t max;
+    bool ok;
+    uint64_t value;
+  } cases[] = {
+      {"0", 255, true, 0},
+      {"255", 255, true, 255},
+      {"256", 255, false, 0},
+      {"007", 255, true, 7},                        // leading zeros are decimal, not octal
+      {"0x10", 255, true, 16},
+      {"0XfF", 255, true, 255},
+      {"0x100", 255, false, 0},
+      {"0x0000000000000000000001", 1, true, 1},    // leading zeros never overflow
+      {"0xFFFFFFFF", 0xFFFFFFFF, true, 0xFFFFFFFF},
+      {"0x100000000", 0xFFFFFFFF, false, 0},
+      {"4294967296", 0xFFFFFFFF, false, 0},
+      {"18446744073709551615", UINT64_MAX, true, UINT64_MAX},
+      {"18446744073709551616", UINT64_MAX, false, 0},
+      {"5", 0, false, 0},
+      {"0", 0, true, 0},
+      {"", 255, false, 0},
+      {"0x", 255, false, 0},
+      {"x10", 255, false, 0},
+      {"-1", 255, false, 0},
+      {"+1", 255, false, 0},
+      {" 1", 255, false, 0},
+      {"1 ", 255, false, 0},
+      {"12a", 255, false, 0},
+      {"0x1g", 255, false, 0},
+      {"1e3", 5000, false, 0},
+  };
+  for (const auto& c : cases) {
+    uint64_t value = 12345;
+    EXPECT_EQ(ParseUnsigned(c.text, c.max, &value), c.ok) << '"' << c.text << '"';
+    EXPECT_EQ(value, c.ok ? c.value : 12345u) << '"' << c.text << "\" must leave the output alone";
+  }
+}
+
+TEST(Hex32, EightUpperCaseDigits) {
+  EXPECT_EQ(Hex32(0), "0x00000000");
+  EXPECT_EQ(Hex32(0xA200), "0x0000A200");
+  EXPECT_EQ(Hex32(0xDEADBEEF), "0xDEADBEEF");
+}
+
+}  // namespace
+}  // namespace tvx::cli

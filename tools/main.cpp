@@ -1,0 +1,81 @@
+// torvixe: the command-line tool. Parses the line, answers help and version, and runs one
+// command of the table in commands.cpp inside a Session.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "options.h"
+#include "session.h"
+#include "sim_control.h"
+
+namespace {
+
+using namespace tvx::cli;
+
+void PrintGlobalHelp(std::FILE* out) {
+  std::fprintf(out, "usage: torvixe [options] COMMAND [arguments]\n\nCommands:\n");
+  for (const Command* c = kCommands; c->run != nullptr; ++c) {
+    std::string head = std::string(c->syntax.name) + " " + c->syntax.usage;
+    std::fprintf(out, "  %-24s  %s\n", head.c_str(), c->summary);
+  }
+  std::fprintf(out,
+               "\nOptions (before or after the command):\n%s\n"
+               "Numbers are decimal or 0x-hexadecimal.\n"
+               "Exit status: 0 success, 1 a library call failed, 2 usage error.\n"
+               "'torvixe COMMAND --help' shows a command's details.\n",
+               OptionsHelp(0).c_str());
+}
+
+void PrintCommandHelp(const Command& c) {
+  std::printf("usage: torvixe %s%s%s [options]\n\n%s\n\nOptions:\n%s", c.syntax.name,
+              *c.syntax.usage != '\0' ? " " : "", c.syntax.usage, c.details,
+              OptionsHelp(c.syntax.options).c_str());
+}
+
+int UsageError(const std::string& message) {
+  PrintError(message);
+  std::fprintf(stderr, "Try 'torvixe --help'.\n");
+  return kExitUsage;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  Invocation inv;
+  std::string error = ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc), &inv);
+  if (!error.empty()) return UsageError(error);
+  if (inv.version) {
+    std::printf("torvixe %s\n", TVX_CLI_VERSION);
+    return kExitOk;
+  }
+  if (inv.command.empty()) {
+    if (inv.help) {
+      PrintGlobalHelp(stdout);
+      return kExitOk;
+    }
+    PrintGlobalHelp(stderr);
+    return kExitUsage;
+  }
+  const Command* command = FindCommand(inv.command);
+  if (command == nullptr) return UsageError("unknown command '" + inv.command + "'");
+  error = CheckInvocation(inv, command->syntax);
+  if (!error.empty()) return UsageError(error);
+  if (inv.help) {
+    PrintCommandHelp(*command);
+    return kExitOk;
+  }
+
+  SimControl sim;
+  int status = kExitOk;
+  {
+    Session session(inv, sim);
+    status = session.PrepareVirtualBoard();
+    if (status == kExitOk) {
+      status = command->run(session);
+      session.PrintTrace();
+    }
+  }  // the board is released here, before the IO library could go away
+  std::fflush(stdout);
+  return status;
+}

@@ -1,0 +1,155 @@
+// Command-line parsing of the CLI. One table describes every option: its names, whether it
+// takes a value, whether every command accepts it, and its help line.
+#include "options.h"
+
+#include "text.h"
+
+namespace tvx::cli {
+namespace {
+
+enum class Id { kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount };
+
+struct OptionDef {
+  Id id;
+  const char* name;       // long name without the dashes
+  char letter;            // short name, 0 for none
+  const char* value;      // value placeholder, null for a flag
+  uint32_t command_bit;   // 0 for a global option
+  const char* help;
+};
+
+constexpr OptionDef kOptions[] = {
+    {Id::kCount, "count", 0, "K", kOptCount, "number of consecutive words (1 to 65536, default 1)"},
+    {Id::kBoard, "board", 'b', "N", 0,
+     "board index, 0 to 255 (default 0); the library answers for 128 and up"},
+    {Id::kSim, "sim", 0, "KEY=VALUE", 0,
+     "virtual board: set a key of the selected board first (repeatable)"},
+    {Id::kSimConfig, "sim-config", 0, "FILE", 0,
+     "virtual board: load keys from an INI file first (repeatable)"},
+    {Id::kTrace, "trace", 0, nullptr, 0,
+     "virtual board: print the command's register accesses afterwards"},
+    {Id::kHelp, "help", 'h', nullptr, 0, "show help (after a command: that command's help)"},
+    {Id::kVersion, "version", 0, nullptr, 0, "show the version"},
+};
+
+constexpr uint64_t kMaxBoard = 255;
+constexpr uint64_t kMaxCount = 65536;
+
+const OptionDef* FindLong(const std::string& name) {
+  for (const auto& o : kOptions)
+    if (name == o.name) return &o;
+  return nullptr;
+}
+
+const OptionDef* FindShort(char letter) {
+  for (const auto& o : kOptions)
+    if (o.letter != 0 && letter == o.letter) return &o;
+  return nullptr;
+}
+
+std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv) {
+  uint64_t number = 0;
+  switch (o.id) {
+    case Id::kBoard:
+      if (!ParseUnsigned(value, kMaxBoard, &number))
+        return "invalid board index '" + value + "' (0 to 255)";
+      inv->board = static_cast<unsigned>(number);
+      break;
+    case Id::kCount:
+      if (!ParseUnsigned(value, kMaxCount, &number) || number == 0)
+        return "invalid count '" + value + "' (1 to 65536)";
+      inv->count = static_cast<uint32_t>(number);
+      break;
+    case Id::kSim: {
+      const auto eq = value.find('=');
+      if (eq == std::string::npos || eq == 0) return "--sim expects KEY=VALUE, got '" + value + "'";
+      inv->sim.push_back({value.substr(0, eq), value.substr(eq + 1)});
+      break;
+    }
+    case Id::kSimConfig: inv->sim_configs.push_back(value); break;
+    case Id::kTrace: inv->trace = true; break;
+    case Id::kHelp: inv->help = true; break;
+    case Id::kVersion: inv->version = true; break;
+  }
+  inv->options_given |= o.command_bit;
+  return {};
+}
+
+}  // namespace
+
+std::string ParseCommandLine(const std::vector<std::string>& args, Invocation* out) {
+  Invocation inv;
+  bool options_ended = false;
+  for (size_t i = 0; i < args.size(); ++i) {
+    const std::string& arg = args[i];
+    const OptionDef* def = nullptr;
+    std::string shown;                 // the option as the user wrote it, for messages
+    bool has_inline = false;
+    std::string inline_value;
+    if (!options_ended && arg == "--") {
+      options_ended = true;
+      continue;
+    } else if (!options_ended && arg.size() > 2 && arg.compare(0, 2, "--") == 0) {
+      const auto eq = arg.find('=');
+      shown = arg.substr(0, eq);
+      def = FindLong(arg.substr(2, eq == std::string::npos ? std::string::npos : eq - 2));
+      if (eq != std::string::npos) {
+        has_inline = true;
+        inline_value = arg.substr(eq + 1);
+      }
+    } else if (!options_ended && arg.size() > 1 && arg[0] == '-') {
+      shown = arg.substr(0, 2);
+      def = FindShort(arg[1]);
+      if (arg.size() > 2) {            // "-b3": the value glued to the letter
+        has_inline = true;
+        inline_value = arg.substr(2);
+      }
+    } else {
+      if (inv.command.empty()) inv.command = arg;
+      else inv.args.push_back(arg);
+      continue;
+    }
+    if (def == nullptr) return "unknown option '" + shown + "'";
+    if (def->value == nullptr && has_inline) return "option '" + shown + "' takes no value";
+    std::string value = inline_value;
+    if (def->value != nullptr && !has_inline) {
+      if (i + 1 >= args.size()) return "option '" + shown + "' needs a value " + def->value;
+      value = args[++i];
+    }
+    std::string error = Apply(*def, value, &inv);
+    if (!error.empty()) return error;
+  }
+  *out = std::move(inv);
+  return {};
+}
+
+std::string CheckInvocation(const Invocation& inv, const CommandSyntax& syntax) {
+  const std::string usage = std::string("; usage: torvixe ") + syntax.name +
+                            (*syntax.usage != '\0' ? " " : "") + syntax.usage;
+  for (const auto& o : kOptions) {
+    if ((inv.options_given & o.command_bit & ~syntax.options) != 0)
+      return std::string(syntax.name) + ": option --" + o.name + " does not apply" + usage;
+  }
+  if (inv.help) return {};
+  if (static_cast<int>(inv.args.size()) < syntax.min_args)
+    return std::string(syntax.name) + ": missing argument" + usage;
+  if (static_cast<int>(inv.args.size()) > syntax.max_args)
+    return std::string(syntax.name) + ": unexpected argument '" + inv.args[syntax.max_args] +
+           "'" + usage;
+  return {};
+}
+
+std::string OptionsHelp(uint32_t command_options) {
+  std::string text;
+  for (const auto& o : kOptions) {
+    if (o.command_bit != 0 && (o.command_bit & command_options) == 0) continue;
+    std::string names = o.letter != 0 ? std::string("-") + o.letter + ", " : std::string("    ");
+    names += std::string("--") + o.name;
+    if (o.value != nullptr) names += std::string(" ") + o.value;
+    if (names.size() < 22) names.resize(22, ' ');
+    text += "  " + names + "  " + o.help + "\n";
+  }
+  return text;
+}
+
+}  // namespace tvx::cli

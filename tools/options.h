@@ -1,0 +1,53 @@
+// The command line of the CLI: global options anywhere on the line, one command word, its
+// arguments and the options only some commands accept. Parsing knows nothing of the library.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tvx::cli {
+
+// Options that belong to particular commands; a command lists the ones it accepts.
+enum CommandOption : uint32_t {
+  kOptCount = 1u << 0,
+};
+
+// What the parser checks a command against.
+struct CommandSyntax {
+  const char* name;
+  const char* usage;      // the arguments and own options, e.g. "ADDR [--count K]"
+  int min_args;
+  int max_args;
+  uint32_t options;       // CommandOption bits
+};
+
+struct SimSetting {
+  std::string key;
+  std::string value;
+};
+
+struct Invocation {
+  std::string command;                 // empty when none was given
+  std::vector<std::string> args;
+  unsigned board = 0;                  // 0..255; the library itself refuses 128 and up
+  std::vector<SimSetting> sim;         // --sim, in order
+  std::vector<std::string> sim_configs;
+  bool trace = false;
+  bool help = false;
+  bool version = false;
+  uint32_t count = 1;
+  uint32_t options_given = 0;          // CommandOption bits seen on the line
+};
+
+// Parses the arguments after the program name. Empty result: success; otherwise the text of
+// the usage error.
+std::string ParseCommandLine(const std::vector<std::string>& args, Invocation* out);
+
+// Checks the arguments and command options against the command. Help needs no arguments.
+std::string CheckInvocation(const Invocation& inv, const CommandSyntax& syntax);
+
+// Help lines for the given command options followed by every global option.
+std::string OptionsHelp(uint32_t command_options);
+
+}  // namespace tvx::cli
