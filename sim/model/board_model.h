@@ -1,7 +1,18 @@
 // The emulated board: register blocks, configuration keys and the register trace. The same
 // model serves the virtual board's trapped BAR and, in process, the library's unit tests.
+//
+// Register semantics, in order of precedence, for an aligned 32-bit word inside the BAR:
+//   1. A value forced with the key reg.0xADDR: every read returns it, until the key is set to
+//      "none" (or "") or the board is reset. Writes still happen underneath (they are stored and
+//      reach the block that models the register), they just do not change what reads return.
+//   2. A register that a hardware block models (device.h): its read and write callbacks.
+//   3. Anything else is plain storage: a read returns the last value written, 0 after reset.
+// Addresses are byte addresses; an unaligned address accesses the word that contains it. A read
+// outside the BAR (bar.size) returns 0xFFFFFFFF and a write there is dropped, as on a bus with
+// nothing behind the address. Every Read and Write is traced with the address as given.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -21,18 +32,33 @@ class BoardModel {
   // Both are recorded in the trace.
   uint32_t Read(uint32_t address);
   void Write(uint32_t address, uint32_t value);
+  // What a read would return now, without side effects and without a trace entry.
+  uint32_t Peek(uint32_t address) const;
 
-  // Keys of docs/virtual-board.md. Set: 0, or nonzero for an unknown key or a bad value.
-  // Get: false for an unknown key.
+  // Keys of docs/virtual-board.md. Set: 0, or nonzero for an unknown key (kUnknownKey) or a
+  // bad value (kBadValue). Get: false for an unknown key.
+  static constexpr int kUnknownKey = 1;
+  static constexpr int kBadValue = 2;
   int Set(const std::string& key, const std::string& value);
   bool Get(const std::string& key, std::string* value) const;
+  void KeyNames(std::vector<std::string>* out) const;   // every settable key ("reg.0xADDR" once)
   void Reset();   // defaults, as built
 
   std::vector<zsim_access> Trace() const;
   void ClearTrace();
+  uint64_t TraceCount() const;   // recorded since the last clear, including dropped entries
+  // Copies the oldest min(max, held) entries still held, oldest first; returns how many.
+  size_t CopyTrace(zsim_access* out, size_t max) const;
 
   unsigned index() const;
   uint32_t bar_size() const;
+
+  // Settings the virtual board's core acts on.
+  enum class Fault { kOpen, kMemoryMap, kMemoryUnmap, kBarMap, kBarUnmap, kPort, kInterruptInfo };
+  uint32_t fault(Fault which) const;   // 0: the call works; else the last-error code it leaves
+  bool passive() const;                // mmio = passive
+  uint32_t slot() const;
+  uint32_t dma_buffer_size() const;
 
   struct State;
  private:

@@ -1,0 +1,32 @@
+// The common part of every emulated hardware block: its register claims and its keys.
+#include "device.h"
+
+namespace zsim {
+
+DeviceModel::DeviceModel(const char* name, unsigned board_index)
+    : name_(name), board_index_(board_index) {}
+
+DeviceModel::~DeviceModel() = default;
+
+KeyResult DeviceModel::Set(const std::string& key, const std::string& value) {
+  return keys_.Set(key, value);
+}
+
+bool DeviceModel::Get(const std::string& key, std::string* value) const {
+  return keys_.Get(key, value);
+}
+
+void DeviceModel::KeyNames(std::vector<std::string>* out) const { keys_.Names(out); }
+
+void DeviceModel::Reset() {
+  keys_.Reset();
+  ResetState();
+}
+
+void DeviceModel::OnRead(uint32_t address, ReadFn fn) { registers_[address].read = std::move(fn); }
+
+void DeviceModel::OnWrite(uint32_t address, WriteFn fn) {
+  registers_[address].write = std::move(fn);
+}
+
+}  // namespace zsim

@@ -1,0 +1,208 @@
+// Helpers shared by the virtual board's tests. The tests reach the board only as a program
+// does: through the eleven exported functions and the control interface of zarimsim.h.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <deque>
+#include <filesystem>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "hw/driver_parameters.h"
+#include "hw/zarimio_abi.h"
+#include "platform/os.h"
+#include "zarimsim.h"
+
+// The IO library's exports, declared with the types the binding calls them through (the
+// library checks its definitions against the same types).
+extern "C" {
+tvx::zarimio::Handle ZARIM_Open(uint8_t index);
+int32_t ZARIM_Close(tvx::zarimio::Handle device);
+int32_t ZARIM_Read(tvx::zarimio::Handle device, tvx::zarimio::PortRequest* request);
+int32_t ZARIM_Write(tvx::zarimio::Handle device, tvx::zarimio::PortRequest* request);
+int32_t ZARIM_MemoryMap(tvx::zarimio::Handle device, void* memory_map_info);
+int32_t ZARIM_MemoryUnmap(tvx::zarimio::Handle device, void* reserved);
+int32_t ZARIM_BARMap(tvx::zarimio::Handle device, void* bar_info);
+int32_t ZARIM_BARUnmap(tvx::zarimio::Handle device, void* bar_info);
+int32_t ZARIM_GetInterruptInfo(tvx::zarimio::Handle device, void* interrupt_info);
+uint32_t DeviceSupportedCount();
+uint32_t ZARIM_GetSlotNumber(tvx::zarimio::Handle device);
+}
+
+// Trace entries compare and print by value (zsim_access lives in the global namespace).
+inline bool operator==(const zsim_access& a, const zsim_access& b) {
+  return a.addr == b.addr && a.value == b.value && a.write == b.write;
+}
+inline std::ostream& operator<<(std::ostream& os, const zsim_access& a) {
+  char text[48];
+  std::snprintf(text, sizeof text, "{0x%04X, 0x%08X, %s}", a.addr, a.value, a.write ? "w" : "r");
+  return os << text;
+}
+
+namespace zsim_test {
+
+using tvx::zarimio::BarInfo;
+using tvx::zarimio::BufferDescriptor;
+using tvx::zarimio::ChannelProgress;
+using tvx::zarimio::Handle;
+using tvx::zarimio::InterruptInfo;
+using tvx::zarimio::kInvalidHandle;
+using tvx::zarimio::MemoryMapInfo;
+using tvx::zarimio::PortRequest;
+
+// zsim_get as a string; "<null>" when the board answers NULL.
+inline std::string Get(unsigned board, const char* key) {
+  const char* text = zsim_get(board, key);
+  return text ? text : "<null>";
+}
+
+// The whole trace of a board (below trace.max, every entry is still held).
+inline std::vector<zsim_access> Trace(unsigned board) {
+  std::vector<zsim_access> out(zsim_trace(board, nullptr, 0));
+  zsim_trace(board, out.data(), out.size());
+  return out;
+}
+
+// Which platform implementation is compiled in, asked of the platform layer itself.
+inline bool OnWindows() {
+  char name[16];
+  return std::string(tvx::os::DynamicLibraryFileName("x", name, sizeof name)) == "x.dll";
+}
+
+inline std::string Nonce() {
+  std::random_device rd;
+  std::mt19937_64 gen((uint64_t(rd()) << 32) ^ rd());
+  return std::to_string(gen() % 1000000000ull);
+}
+
+// Sets an environment variable for the scope; putenv exists in both C runtimes (and the
+// Windows one passes it on to child processes). An empty value counts as unset.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const std::string& value) : name_(name) {
+    const char* old = std::getenv(name);
+    old_ = old ? old : "";
+    Put(value);
+  }
+  ~ScopedEnv() { Put(old_); }
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  void Put(const std::string& value) {
+    static std::deque<std::string> keep;   // POSIX putenv keeps the pointer
+    keep.push_back(name_ + "=" + value);
+    putenv(&keep.back()[0]);
+  }
+  std::string name_, old_;
+};
+
+class TempDir {
+ public:
+  TempDir() : path_(std::filesystem::temp_directory_path() / ("zsim-test-" + Nonce())) {
+    std::filesystem::create_directories(path_);
+  }
+  ~TempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  std::filesystem::path path() const { return path_; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// The driver's service key with the given values (absent ones are removed) for the scope: on
+// POSIX in a private tree, on Windows in the real key, cleaned up afterwards.
+class ScopedDriverParameters {
+ public:
+  ScopedDriverParameters(const uint32_t* channels, const uint32_t* buffers)
+      : env_("TORVIXE_REGISTRY", dir_.path().string()) {
+    tvx::ServiceKeyPath("zarim", path_, sizeof path_);
+    Put("CHCount", channels);
+    Put("BuffersPerCH", buffers);
+  }
+  ~ScopedDriverParameters() {
+    tvx::os::DeleteRegistryValue(path_, "CHCount");
+    tvx::os::DeleteRegistryValue(path_, "BuffersPerCH");
+  }
+
+ private:
+  void Put(const char* name, const uint32_t* value) {
+    if (value == nullptr) {
+      tvx::os::DeleteRegistryValue(path_, name);
+      return;
+    }
+    const uint8_t bytes[4] = {uint8_t(*value), uint8_t(*value >> 8), uint8_t(*value >> 16),
+                              uint8_t(*value >> 24)};
+    ASSERT_TRUE(tvx::os::WriteRegistryValue(path_, name, bytes, sizeof bytes)) << name;
+  }
+  TempDir dir_;
+  ScopedEnv env_;
+  char path_[256];
+};
+
+// Every test starts from a board at its defaults, with the driver's service key absent.
+class SimTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    zsim_reset();
+    registry_ = std::make_unique<ScopedDriverParameters>(nullptr, nullptr);
+  }
+  void TearDown() override {
+    registry_.reset();
+    zsim_reset();
+  }
+  std::unique_ptr<ScopedDriverParameters> registry_;
+};
+
+// A board opened and mapped as the library's bring-up does it; closed at the end of the scope.
+class OpenBoard {
+ public:
+  explicit OpenBoard(uint8_t index = 0, bool map_memory = true, bool map_bar = true)
+      : index_(index) {
+    handle = ZARIM_Open(index);
+    EXPECT_NE(handle, kInvalidHandle) << "open of board " << int(index);
+    if (map_memory) {
+      EXPECT_EQ(ZARIM_MemoryMap(handle, &memory), 0);
+    }
+    if (map_bar) {
+      EXPECT_EQ(ZARIM_BARMap(handle, &bar), 0);
+    }
+  }
+  ~OpenBoard() {
+    if (handle != kInvalidHandle) ZARIM_Close(handle);
+  }
+  OpenBoard(const OpenBoard&) = delete;
+  OpenBoard& operator=(const OpenBoard&) = delete;
+
+  // The register at a byte address, through the mapped BAR.
+  volatile uint32_t& Reg(uint32_t address) const {
+    return *reinterpret_cast<volatile uint32_t*>(uintptr_t(bar.user_address) + address);
+  }
+  uint8_t index() const { return index_; }
+
+  Handle handle = kInvalidHandle;
+  MemoryMapInfo memory{};
+  BarInfo bar{};
+
+ private:
+  uint8_t index_;
+};
+
+// Runs one test of this program in a fresh process (the DISABLED_ tests are meant for that)
+// and returns its exit status: 0 when it passed. The child inherits the environment.
+inline int RunInChildProcess(const std::string& test) {
+  const std::string self = ::testing::internal::GetArgvs().at(0);
+  const std::string command = "\"" + self + "\" --gtest_also_run_disabled_tests" +
+                              " --gtest_brief=1 --gtest_catch_exceptions=0 --gtest_filter=" + test;
+  return std::system(command.c_str());
+}
+
+}  // namespace zsim_test
