@@ -1,9 +1,10 @@
 // The register BAR: page-granular memory handed to the caller. In trap mode it has no access
-// rights, so every load and store faults; the platform's trap handler calls this file's trap
-// client, which asks the model for a read's value (and puts it where the load will find it)
-// and, once the instruction has executed under the single-step flag, hands a store's value to
-// the model. In passive mode the BAR is plain memory, a snapshot of the model's registers that
-// the model never sees again.
+// rights, so every load and store faults. A plain 32-bit move is decoded by the platform's trap
+// handler and carried out by this file's trap client in that one fault; any other instruction
+// is stepped: the client asks the model for a read's value (and puts it where the load will
+// find it) and, once the instruction has executed under the single-step flag, hands a store's
+// value to the model. In passive mode the BAR is plain memory, a snapshot of the model's
+// registers that the model never sees again.
 //
 // Only aligned 32-bit words inside bar.size are modelled. Another access still completes
 // (against the backing memory) but the model does not see it; a wider aligned access is seen
@@ -38,18 +39,40 @@ size_t RoundDown(size_t value, size_t unit) { return value / unit * unit; }
 // straddling a page boundary); the pages covering them are opened together.
 constexpr size_t kAccessReach = 16;
 
+// The board whose BAR holds `a`, or null; read without a lock from inside the fault handler.
+Board* BoardAt(uintptr_t a) {
+  for (BarSlot& slot : g_bars) {
+    const uintptr_t base = slot.base.load(std::memory_order_acquire);
+    if (base != 0 && a - base < slot.size.load(std::memory_order_relaxed))
+      return slot.board.load(std::memory_order_relaxed);
+  }
+  return nullptr;
+}
+
 class BarTrapClient final : public tvx::os::TrapClient {
  public:
+  // One fault per access: the model answers the read or takes the write directly. Accesses
+  // the model does not see (unaligned, beyond bar.size, passive mode) take the stepped path.
+  bool Emulate(void* address, bool write, uint32_t* value) override {
+    const uintptr_t a = reinterpret_cast<uintptr_t>(address);
+    Board* board = BoardAt(a);
+    if (board == nullptr) return false;
+    std::lock_guard<std::mutex> lock(board->mutex);
+    const BarMapping& bar = board->bar;
+    const uintptr_t base = reinterpret_cast<uintptr_t>(bar.base);
+    if (!bar.mapped || a < base || a - base >= bar.allocated || board->model.passive()) return false;
+    const uint32_t offset = uint32_t(a - base);
+    if (offset % 4 != 0 || offset >= bar.size || bar.size - offset < 4) return false;
+    if (write)
+      board->model.Write(offset, *value);
+    else
+      *value = board->model.Read(offset);
+    return true;
+  }
+
   bool Fault(void* address, bool write, void** open_base, size_t* open_size) override {
     const uintptr_t a = reinterpret_cast<uintptr_t>(address);
-    Board* board = nullptr;
-    for (BarSlot& slot : g_bars) {
-      const uintptr_t base = slot.base.load(std::memory_order_acquire);
-      if (base != 0 && a - base < slot.size.load(std::memory_order_relaxed)) {
-        board = slot.board.load(std::memory_order_relaxed);
-        break;
-      }
-    }
+    Board* board = BoardAt(a);
     if (board == nullptr) return false;
 
     std::lock_guard<std::mutex> lock(board->mutex);

@@ -95,6 +95,14 @@ class TrapClient {
   virtual ~TrapClient() = default;
   virtual bool Fault(void* address, bool write, void** open_base, size_t* open_size) = 0;
   virtual void Stepped() = 0;
+  // The faster path, tried first: when the faulting instruction is a plain 32-bit move between
+  // a register (or an immediate) and memory, the platform asks the client to carry the access
+  // out itself — a read returns in *value what the load must see, a write hands *value over —
+  // and then skips the instruction. False sends the access down the Fault/Stepped path.
+  virtual bool Emulate(void* address, bool write, uint32_t* value) {
+    (void)address, (void)write, (void)value;
+    return false;
+  }
 };
 bool InstallTrapClient(TrapClient* client);   // one client per process; idempotent
 void RemoveTrapClient(TrapClient* client);

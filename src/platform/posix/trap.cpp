@@ -17,6 +17,7 @@
 #include <sys/ucontext.h>
 #include <unistd.h>
 
+#include "platform/move_decode.h"
 #include "platform/os.h"
 
 namespace tvx::os {
@@ -64,6 +65,24 @@ void PassOn(const struct sigaction& previous, int sig, siginfo_t* info, void* co
   previous.sa_handler(sig);
 }
 
+// Registers in the encoding order the decoder reports them in.
+constexpr int kGreg[16] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_RBP, REG_RSI, REG_RDI,
+                           REG_R8,  REG_R9,  REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15};
+
+// The faster path: a plain 32-bit move is carried out by the client and skipped, one fault
+// instead of a fault and a single step.
+bool Emulate(TrapClient* client, void* address, bool write, ucontext_t* uc) {
+  greg_t* regs = uc->uc_mcontext.gregs;
+  MoveAccess move;
+  if (!DecodeMove32(reinterpret_cast<const uint8_t*>(regs[REG_RIP]), &move) || move.write != write)
+    return false;
+  uint32_t value = move.immediate ? move.imm : uint32_t(regs[kGreg[move.reg]]);
+  if (!client->Emulate(address, write, &value)) return false;
+  if (!write) regs[kGreg[move.reg]] = greg_t(value);   // a 32-bit load clears the upper half
+  regs[REG_RIP] += move.length;
+  return true;
+}
+
 void OnSegv(int sig, siginfo_t* info, void* context) {
   auto* uc = static_cast<ucontext_t*>(context);
   TrapClient* client = g_client.load(std::memory_order_acquire);
@@ -79,6 +98,7 @@ void OnSegv(int sig, siginfo_t* info, void* context) {
     Unlock();
   } else if (client != nullptr) {
     const bool write = (uc->uc_mcontext.gregs[REG_ERR] & kPageFaultWrite) != 0;
+    if (Emulate(client, info->si_addr, write, uc)) return;
     Lock(self);
     void* base = nullptr;
     size_t size = 0;
