@@ -49,40 +49,51 @@ Board* BoardAt(uintptr_t a) {
   return nullptr;
 }
 
+// A faulting address inside a mapped BAR: its board, locked, and the offset in the BAR.
+struct Target {
+  Board* board = nullptr;
+  uint32_t offset = 0;
+  std::unique_lock<std::mutex> lock;
+};
+
+// False when the address lies in no BAR, or in one unmapped meanwhile by another thread: then
+// the access is the caller's fault, not ours to hide.
+bool Locate(void* address, Target* t) {
+  const uintptr_t a = reinterpret_cast<uintptr_t>(address);
+  Board* board = BoardAt(a);
+  if (board == nullptr) return false;
+  t->lock = std::unique_lock<std::mutex>(board->mutex);
+  const BarMapping& bar = board->bar;
+  const uintptr_t base = reinterpret_cast<uintptr_t>(bar.base);
+  if (!bar.mapped || a < base || a - base >= bar.allocated) return false;
+  t->board = board;
+  t->offset = uint32_t(a - base);
+  return true;
+}
+
 class BarTrapClient final : public tvx::os::TrapClient {
  public:
   // One fault per access: the model answers the read or takes the write directly. Accesses
   // the model does not see (unaligned, beyond bar.size, passive mode) take the stepped path.
   bool Emulate(void* address, bool write, uint32_t* value) override {
-    const uintptr_t a = reinterpret_cast<uintptr_t>(address);
-    Board* board = BoardAt(a);
-    if (board == nullptr) return false;
-    std::lock_guard<std::mutex> lock(board->mutex);
-    const BarMapping& bar = board->bar;
-    const uintptr_t base = reinterpret_cast<uintptr_t>(bar.base);
-    if (!bar.mapped || a < base || a - base >= bar.allocated || board->model.passive()) return false;
-    const uint32_t offset = uint32_t(a - base);
-    if (offset % 4 != 0 || offset >= bar.size || bar.size - offset < 4) return false;
+    Target t;
+    if (!Locate(address, &t) || t.board->model.passive()) return false;
+    const BarMapping& bar = t.board->bar;
+    if (t.offset % 4 != 0 || t.offset >= bar.size || bar.size - t.offset < 4) return false;
     if (write)
-      board->model.Write(offset, *value);
+      t.board->model.Write(t.offset, *value);
     else
-      *value = board->model.Read(offset);
+      *value = t.board->model.Read(t.offset);
     return true;
   }
 
   bool Fault(void* address, bool write, void** open_base, size_t* open_size) override {
-    const uintptr_t a = reinterpret_cast<uintptr_t>(address);
-    Board* board = BoardAt(a);
-    if (board == nullptr) return false;
-
-    std::lock_guard<std::mutex> lock(board->mutex);
+    Target t;
+    if (!Locate(address, &t)) return false;
+    Board* board = t.board;
     const BarMapping& bar = board->bar;
-    const uintptr_t base = reinterpret_cast<uintptr_t>(bar.base);
-    // Unmapped meanwhile by another thread: the access is the caller's fault, not ours to hide.
-    if (!bar.mapped || a < base || a - base >= bar.allocated) return false;
-
     const size_t page = tvx::os::PageSize();
-    const uint32_t offset = uint32_t(a - base);
+    const uint32_t offset = t.offset;
     const bool modelled = offset % 4 == 0 && offset < bar.size && bar.size - offset >= 4;
     board_ = board;
     base_ = bar.base;

@@ -15,6 +15,7 @@
 #include "hw/driver_parameters.h"
 #include "hw/zarimio_abi.h"
 #include "platform/os.h"
+#include "test_env.h"
 #include "zarimsim.h"
 
 // The IO library's exports, declared with the types the binding calls them through (the
@@ -67,56 +68,10 @@ inline std::vector<zsim_access> Trace(unsigned board) {
   return out;
 }
 
-// Which platform implementation is compiled in, asked of the platform layer itself.
-inline bool OnWindows() {
-  char name[16];
-  return std::string(tvx::os::DynamicLibraryFileName("x", name, sizeof name)) == "x.dll";
-}
-
-inline std::string Nonce() {
-  std::random_device rd;
-  std::mt19937_64 gen((uint64_t(rd()) << 32) ^ rd());
-  return std::to_string(gen() % 1000000000ull);
-}
-
-// Sets an environment variable for the scope; putenv exists in both C runtimes (and the
-// Windows one passes it on to child processes). An empty value counts as unset.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const std::string& value) : name_(name) {
-    const char* old = std::getenv(name);
-    old_ = old ? old : "";
-    Put(value);
-  }
-  ~ScopedEnv() { Put(old_); }
-  ScopedEnv(const ScopedEnv&) = delete;
-  ScopedEnv& operator=(const ScopedEnv&) = delete;
-
- private:
-  void Put(const std::string& value) {
-    static std::deque<std::string> keep;   // POSIX putenv keeps the pointer
-    keep.push_back(name_ + "=" + value);
-    putenv(&keep.back()[0]);
-  }
-  std::string name_, old_;
-};
-
-class TempDir {
- public:
-  TempDir() : path_(std::filesystem::temp_directory_path() / ("zsim-test-" + Nonce())) {
-    std::filesystem::create_directories(path_);
-  }
-  ~TempDir() {
-    std::error_code ec;
-    std::filesystem::remove_all(path_, ec);
-  }
-  TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
-  std::filesystem::path path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
+using tvx::test::Nonce;
+using tvx::test::OnWindows;
+using tvx::test::ScopedEnv;
+using tvx::test::TempDir;
 
 // The driver's service key with the given values (absent ones are removed) for the scope: on
 // POSIX in a private tree, on Windows in the real key, cleaned up afterwards.

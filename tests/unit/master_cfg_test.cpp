@@ -2,13 +2,12 @@
 // and refusal of values the data path cannot serve.
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "api/master_cfg.h"
 #include "platform/os.h"
+#include "test_env.h"
 
 namespace tvx {
 namespace {
@@ -33,18 +32,16 @@ std::vector<uint8_t> Le(uint32_t v) {
 
 class MasterCfgTest : public ::testing::TestWithParam<ConfigCase> {
  protected:
-  static void SetUpTestSuite() {
-    // POSIX keeps the registry in a directory tree; point it at a private one. Windows uses
-    // the real registry and ignores the variable.
-    static std::string env = "TORVIXE_REGISTRY=" + std::string(::testing::TempDir()) + "tvx-registry";
-    putenv(env.data());
-  }
   void SetUp() override { Clear(); }
   void TearDown() override { Clear(); }
   static void Clear() {
     os::DeleteRegistryValue(kKey, "CHCount");
     os::DeleteRegistryValue(kKey, "BuffersPerCH");
   }
+  // POSIX keeps the registry in a directory tree; point it at a private one. Windows uses
+  // the real registry and ignores the variable.
+  test::TempDir dir_;
+  test::ScopedEnv env_{"TORVIXE_REGISTRY", dir_.str()};
 };
 
 TEST_P(MasterCfgTest, ReadsOrFallsBack) {
