@@ -141,7 +141,7 @@ std::string EventName(uint32_t slot, uint32_t channel) {
 TEST_F(OpenCloseTest, DataEventsExistPerChannelWhileOpen) {
   const uint32_t channels = 3;
   ScopedDriverParameters registry(&channels, nullptr);
-  const std::string slot = std::to_string(100000 + std::stoul(Nonce(), nullptr, 16) % 900000);
+  const std::string slot = std::to_string(100000 + std::stoull(Nonce(), nullptr, 16) % 900000);
   ASSERT_EQ(zsim_set(0, "slot", slot.c_str()), 0);
   const uint32_t s = std::stoul(slot);
   EXPECT_EQ(tvx::os::OpenNamedEvent(EventName(s, 0).c_str()), nullptr) << "before open";
