@@ -195,6 +195,8 @@ TORVIXE_API int32_t Counters(DeviceId* id, CountersRecord* counters);
 
 /* ---- FPGA, EEPROMs, temperatures, RAM, simulator --------------------------------------------- */
 TORVIXE_API int32_t FPGALoad(DeviceId* id, const char* fpga_name, const char* file_name);
+/* The identity texts: at most 12 bytes are written to `text` for a serial number and 4 for a
+ * version, terminator included. Temperatures are in degrees Celsius. */
 TORVIXE_API int32_t GetModuleSerialNumber(DeviceId* id, char* text);
 TORVIXE_API int32_t GetModuleVersion(DeviceId* id, char* text);
 TORVIXE_API int32_t GetLConvertorSerialNumber(DeviceId* id, char* text);

@@ -3,7 +3,10 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <vector>
 
+#include "i2c_port.h"
 #include "report.h"
 #include "text.h"
 
@@ -67,6 +70,102 @@ int RunList(Session& s) {
   return kExitOk;
 }
 
+// The peripheral block's base (a 32-bit word offset) as the library set it.
+bool PeripheralBase(Session& s, uint32_t* base, std::string* why) {
+  FpgaBaseAddresses bases{};
+  if (GetFPGABaseAddress(s.id(), &bases) != 0) {
+    *why = LastLibraryText();
+    return false;
+  }
+  *base = bases.PeripheralBase;
+  return true;
+}
+
+// The L-convertor EEPROM as the fitted convertor carries it: two address bytes when the
+// presence bit (bit 0 of peripheral word 0) is set, one otherwise.
+bool LConvChip(Session& s, uint32_t peripheral_base, EepromChip* chip, std::string* why) {
+  PortAccess word{peripheral_base * 4, 0};
+  if (const int32_t code = _devinp(s.id(), &word); code != 0) {
+    *why = "reading peripheral word 0: error " + std::to_string(code) + " (" +
+           PortResultMeaning(code) + ")";
+    return false;
+  }
+  *chip = (word.Value & 1u) != 0 ? kLConvEeprom : kPlainLConvEeprom;
+  return true;
+}
+
+// Module identity and temperatures straight from the library.
+using FieldFailed = std::function<void(const std::string& field, const std::string& text)>;
+
+void ShowIdentity(Session& s, const FieldFailed& failed) {
+  char text[32] = {};
+  if (GetModuleSerialNumber(s.id(), text) == 0) std::printf("module serial number: %s\n", text);
+  else failed("module serial number", LastLibraryText());
+  if (GetModuleVersion(s.id(), text) == 0) std::printf("module version: %s\n", text);
+  else failed("module version", LastLibraryText());
+}
+
+// The L-convertor's serial number and version. When the library has no convertor object to
+// ask (it answers its null message), the tool reads the same bytes over the I2C bus itself and
+// says so; a convertor that keeps no identity is reported, not counted as a failure.
+void ShowLConvertorIdentity(Session& s, const FieldFailed& failed) {
+  char serial[32] = {}, version[32] = {};
+  const int32_t serial_code = GetLConvertorSerialNumber(s.id(), serial);
+  const std::string serial_text = LastLibraryText();
+  const int32_t version_code = GetLConvertorVersion(s.id(), version);
+  const std::string version_text = LastLibraryText();
+  auto show = [&](const char* field, int32_t code, const char* value, const std::string& why) {
+    if (code == 0) std::printf("%s: %s\n", field, value);
+    else if (code == -2) std::printf("%s: not supported (%s)\n", field, why.c_str());
+    else if (code != -1) failed(field, why);
+  };
+  show("L-convertor serial number", serial_code, serial, serial_text);
+  show("L-convertor version", version_code, version, version_text);
+  if (serial_code != -1 && version_code != -1) return;
+
+  std::string why;
+  uint32_t base = 0;
+  EepromChip chip{};
+  if (!PeripheralBase(s, &base, &why) || !LConvChip(s, base, &chip, &why)) {
+    failed("L-convertor identity", serial_text + "; " + why);
+    return;
+  }
+  if (chip.address_bytes == 1) {
+    // What the library answers once it has the convertor to ask: not supported.
+    if (serial_code == -1)
+      std::printf("L-convertor serial number: none (the type 2 convertor keeps no identity; %s)\n",
+                  serial_text.c_str());
+    if (version_code == -1)
+      std::printf("L-convertor version: none (the type 2 convertor keeps no identity; %s)\n",
+                  version_text.c_str());
+    return;
+  }
+  std::vector<uint8_t> bytes;
+  I2cPort port(s.id(), base);
+  if (std::string failure = port.Read(chip, 0x0080, 5, &bytes); !failure.empty()) {
+    failed("L-convertor identity", serial_text + "; reading its EEPROM: " + failure);
+    return;
+  }
+  if (serial_code == -1)
+    std::printf("L-convertor serial number: %s (read from its EEPROM by the tool; %s)\n",
+                SerialText(bytes.data()).c_str(), serial_text.c_str());
+  if (version_code == -1)
+    std::printf("L-convertor version: %s (read from its EEPROM by the tool; %s)\n",
+                VersionText(bytes[4]).c_str(), version_text.c_str());
+}
+
+void ShowTemperatures(Session& s, const FieldFailed& failed) {
+  float celsius = 0;
+  if (GetPCBTemperature(s.id(), &celsius) == 0)
+    std::printf("PCB temperature: %.2f °C\n", static_cast<double>(celsius));
+  else
+    failed("PCB temperature", LastLibraryText());
+  if (GetFPGATemperature(s.id(), &celsius) == 0)
+    std::printf("FPGA temperature: %.2f °C\n", static_cast<double>(celsius));
+  else
+    failed("FPGA temperature", LastLibraryText());
+}
+
 int RunInfo(Session& s) {
   std::string failure;
   if (!s.BringUp(&failure)) {
@@ -116,7 +215,45 @@ int RunInfo(Session& s) {
                                     std::to_string(code) + " (" + PortResultMeaning(code) + ")");
     }
   }
+  ShowIdentity(s, field_failed);
+  ShowLConvertorIdentity(s, field_failed);
+  ShowTemperatures(s, field_failed);
   return status;
+}
+
+int RunEeprom(Session& s) {
+  const std::string& verb = s.inv().args[0];
+  const std::string& which = s.inv().args[1];
+  if (verb != "dump") {
+    PrintError("eeprom: unknown action '" + verb + "' (dump)");
+    return kExitUsage;
+  }
+  if (which != kModuleEeprom.name && which != kLConvEeprom.name) {
+    PrintError("eeprom dump: unknown EEPROM '" + which + "' (pcb or lconv)");
+    return kExitUsage;
+  }
+  BringUpForRawAccess(s);
+  std::string why;
+  uint32_t base = 0;
+  EepromChip chip = kModuleEeprom;
+  if (!PeripheralBase(s, &base, &why) ||
+      (which == kLConvEeprom.name && !LConvChip(s, base, &chip, &why))) {
+    PrintError("eeprom dump " + which + ": " + why);
+    return kExitFailed;
+  }
+  const uint32_t length =
+      s.inv().length != 0 ? s.inv().length : chip.address_bytes == 2 ? 512 : 256;
+  std::vector<uint8_t> bytes;
+  I2cPort port(s.id(), base);
+  if (std::string failure = port.Read(chip, 0, length, &bytes); !failure.empty()) {
+    PrintError("eeprom dump " + which + ": " + failure);
+    return kExitFailed;
+  }
+  std::printf("%s at 0x%02X (%s addresses), %u bytes from 0x0000, read over the I2C bus:\n",
+              chip.title, chip.device, chip.address_bytes == 2 ? "two-byte" : "one-byte", length);
+  for (uint32_t at = 0; at < length; at += 16)
+    std::printf("%s\n", DumpLine(at, bytes.data() + at, length - at).c_str());
+  return kExitOk;
 }
 
 int RunPeek(Session& s) {
@@ -173,9 +310,23 @@ const Command kCommands[] = {
      "Brings the board up and shows its status, slot, register-block bases (32-bit word\n"
      "offsets and byte addresses), interface version and convertor type. When the convertor\n"
      "cannot be asked, the presence code from bit 0 of peripheral word 0 (byte address\n"
-     "0x4000) is shown instead. A failed bring-up prints the library's text and exits 1;\n"
-     "a later field that fails prints its text and the rest still follows (exit 1).",
+     "0x4000) is shown instead. Then the module and L-convertor serial numbers and versions\n"
+     "and the PCB and FPGA temperatures; when the library has no convertor object to ask,\n"
+     "the L-convertor's serial number and version are read from its EEPROM by the tool\n"
+     "(marked so). A failed bring-up prints the library's text and exits 1; a later field\n"
+     "that fails prints its text and the rest still follows (exit 1).",
      RunInfo},
+    {{"eeprom", "dump pcb|lconv [--len N]", 2, 2, kOptLen}, "dump a serial EEPROM",
+     "Reads the module EEPROM (pcb, device 0xA6) or the L-convertor EEPROM (lconv, device\n"
+     "0xA0) from address 0 and shows it as hex and ASCII, 16 bytes a line. The library has\n"
+     "no export for this, so the tool drives the board's I2C controller itself through\n"
+     "_devinp/_devoutp, with the sequence the library's reads use (address polling, memory\n"
+     "address, stop, sequential read, stop; every wait bounded by 0.1 s). The L-convertor\n"
+     "EEPROM takes two address bytes when the presence bit is set, else one. --len N reads\n"
+     "N bytes (default 512; 256 with one-byte addresses); past the end of a chip the read\n"
+     "wraps to its start. Works on hardware and on the virtual board alike. When the\n"
+     "bring-up fails the read is tried anyway.",
+     RunEeprom},
     {{"peek", "ADDR [--count K]", 1, 1, kOptCount}, "read 32-bit registers",
      "Reads K consecutive 32-bit words starting at byte address ADDR of the register BAR and\n"
      "prints address and value. Result codes: 1 no device or null parameter, 2 device not\n"

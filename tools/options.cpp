@@ -7,7 +7,7 @@
 namespace tvx::cli {
 namespace {
 
-enum class Id { kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount };
+enum class Id { kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kLen };
 
 struct OptionDef {
   Id id;
@@ -20,6 +20,8 @@ struct OptionDef {
 
 constexpr OptionDef kOptions[] = {
     {Id::kCount, "count", 0, "K", kOptCount, "number of consecutive words (1 to 65536, default 1)"},
+    {Id::kLen, "len", 0, "N", kOptLen,
+     "bytes to read (1 to 65536; default 512, 256 with one-byte addresses)"},
     {Id::kBoard, "board", 'b', "N", 0,
      "board index, 0 to 255 (default 0); the library answers for 128 and up"},
     {Id::kSim, "sim", 0, "KEY=VALUE", 0,
@@ -34,6 +36,7 @@ constexpr OptionDef kOptions[] = {
 
 constexpr uint64_t kMaxBoard = 255;
 constexpr uint64_t kMaxCount = 65536;
+constexpr uint64_t kMaxLength = 65536;   // the two-byte address space
 
 const OptionDef* FindLong(const std::string& name) {
   for (const auto& o : kOptions)
@@ -67,6 +70,11 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
       break;
     }
     case Id::kSimConfig: inv->sim_configs.push_back(value); break;
+    case Id::kLen:
+      if (!ParseUnsigned(value, kMaxLength, &number) || number == 0)
+        return "invalid length '" + value + "' (1 to 65536)";
+      inv->length = static_cast<uint32_t>(number);
+      break;
     case Id::kTrace: inv->trace = true; break;
     case Id::kHelp: inv->help = true; break;
     case Id::kVersion: inv->version = true; break;

@@ -11,6 +11,7 @@ namespace tvx::cli {
 // Options that belong to particular commands; a command lists the ones it accepts.
 enum CommandOption : uint32_t {
   kOptCount = 1u << 0,
+  kOptLen = 1u << 2,
 };
 
 // What the parser checks a command against.
@@ -37,6 +38,7 @@ struct Invocation {
   bool help = false;
   bool version = false;
   uint32_t count = 1;
+  uint32_t length = 0;                 // eeprom dump --len; 0: the command's default
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 

@@ -102,7 +102,9 @@ struct BoardModel::State {
   zsim::Trace trace;
 };
 
-BoardModel::BoardModel(unsigned index) : state_(new State(index)) {}
+BoardModel::BoardModel(unsigned index) : state_(new State(index)) {
+  for (auto& device : state_->devices) device->board_ = this;
+}
 
 BoardModel::~BoardModel() { delete state_; }
 

@@ -1,6 +1,8 @@
 // The common part of every emulated hardware block: its register claims and its keys.
 #include "device.h"
 
+#include "board_model.h"
+
 namespace zsim {
 
 DeviceModel::DeviceModel(const char* name, unsigned board_index)
@@ -21,6 +23,10 @@ void DeviceModel::KeyNames(std::vector<std::string>* out) const { keys_.Names(ou
 void DeviceModel::Reset() {
   keys_.Reset();
   ResetState();
+}
+
+bool DeviceModel::BoardKey(const std::string& key, std::string* value) const {
+  return board_ != nullptr && board_->Get(key, value);
 }
 
 void DeviceModel::OnRead(uint32_t address, ReadFn fn) { registers_[address].read = std::move(fn); }

@@ -22,6 +22,8 @@
 
 namespace zsim {
 
+class BoardModel;
+
 class DeviceModel {
  public:
   // What a read of the register returns. `stored` is the word's plain storage: the last value
@@ -60,8 +62,13 @@ class DeviceModel {
   KeySet& keys() { return keys_; }
   void OnRead(uint32_t address, ReadFn fn);
   void OnWrite(uint32_t address, WriteFn fn);
+  // A key of the board this block belongs to, as zsim_get reports it: how one block follows a
+  // setting another block owns. False for an unknown key or before the block joins a board.
+  bool BoardKey(const std::string& key, std::string* value) const;
 
  private:
+  friend class BoardModel;   // introduces itself to each block it builds
+  const BoardModel* board_ = nullptr;
   std::string name_;
   unsigned board_index_;
   KeySet keys_;

@@ -6,6 +6,7 @@ namespace zsim {
 std::vector<std::unique_ptr<DeviceModel>> MakeDevices(unsigned board_index) {
   std::vector<std::unique_ptr<DeviceModel>> devices;
   devices.push_back(MakeLconvPresence(board_index));
+  devices.push_back(MakeI2cController(board_index));   // its EEPROMs follow lconv.present
   return devices;
 }
 

@@ -10,6 +10,7 @@
 namespace zsim {
 
 std::unique_ptr<DeviceModel> MakeLconvPresence(unsigned board_index);
+std::unique_ptr<DeviceModel> MakeI2cController(unsigned board_index);
 
 // Every block of one board, in a fixed order. Two blocks never claim the same address; the
 // board model checks that when it is built.

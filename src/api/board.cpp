@@ -1,6 +1,8 @@
 #include "api/board.h"
 
 #include "api/controls.h"
+#include "board/eeprom.h"
+#include "board/sensor.h"
 #include "hw/regs.h"
 #include "hw/text.h"
 
@@ -55,11 +57,14 @@ void cBoard::BringUp() {
 
   SetFpgaBases();
   cInterfaceE* interface = Build<cInterfaceE>(Slot::Interface);
+  Build<cEepromPCB>(Slot::EepromPcb, interface);
+  Build<cEepromLConv>(Slot::EepromLConv, interface);
 
   LConvertorType = interface->GetConvertorCode();
   SampleClock = kDefaultSampleClock;
 
   Build<cPLL>(Slot::Pll);
+  Build<cSensor>(Slot::Sensor);
   Build<cCircuitResetE>(Slot::CircuitReset);
 }
 

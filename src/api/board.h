@@ -31,6 +31,10 @@ constexpr double kDefaultSampleClock = 560e6 / 3;
 using IoFactory = cZARIM* (*)();
 IoFactory InstallIoFactory(IoFactory factory);
 
+namespace test {
+class BoardSlots;
+}
+
 class cBoard {
  public:
   explicit cBoard(uint8_t index) : Index(index) {}
@@ -55,6 +59,8 @@ class cBoard {
   uint8_t BoardVariant = 2;
 
  private:
+  // Unit tests put stand-ins into slots that this version's bring-up leaves empty.
+  friend class test::BoardSlots;
   bool BringUpIo();
   void ReleaseIo();
   template <class M, class... Args>

@@ -16,12 +16,6 @@ using namespace tvx;
 extern "C" {
 
 TVX_PENDING(FPGALoad, "FPGALoad", const char*, const char*)
-TVX_PENDING(GetModuleSerialNumber, "GetModuleSerialNumber", char*)
-TVX_PENDING(GetModuleVersion, "GetModuleVersion", char*)
-TVX_PENDING(GetLConvertorSerialNumber, "GetLConvertorSerialNumber", char*)
-TVX_PENDING(GetLConvertorVersion, "GetLConvertorVersion", char*)
-TVX_PENDING(GetPCBTemperature, "GetPCBTemperature", float*)
-TVX_PENDING(GetFPGATemperature, "GetFPGATemperature", float*)
 
 // Its null message says "NULL-объект" alone.
 TORVIXE_API int32_t RAMLoad(DeviceId* id, const char*, uint8_t) {

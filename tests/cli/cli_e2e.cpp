@@ -146,4 +146,47 @@ TEST(CliOnVirtualBoard, ConfigFileReachesTheSelectedBoard) {
   EXPECT_TRUE(Has(list.out, "virtual board: 2 boards")) << list.out;
 }
 
+TEST(CliOnVirtualBoard, InfoShowsIdentityAndTemperatures) {
+  const CliResult run = RunCli("--sim sensor.remote=50 --sim sensor.remote_fraction=0x40 info");
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_TRUE(Has(run.out, "module serial number: 0012345678\n")) << run.out;
+  EXPECT_TRUE(Has(run.out, "module version: 03\n")) << run.out;
+  EXPECT_TRUE(Has(LineStarting(run.out, "L-convertor serial number: "), "0000200001")) << run.out;
+  EXPECT_TRUE(Has(LineStarting(run.out, "L-convertor version: "), "02")) << run.out;
+  EXPECT_TRUE(Has(run.out, u8"PCB temperature: 41.00 °C\n")) << run.out;
+  EXPECT_TRUE(Has(run.out, u8"FPGA temperature: 50.25 °C\n")) << run.out;
+}
+
+// A field that fails says so on stderr; the rest of the report follows.
+TEST(CliOnVirtualBoard, InfoGoesOnPastASilentSensor) {
+  const CliResult run = RunCli("--sim sensor.fault=no_address_ack info");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(Has(run.err, u8"info: PCB temperature: GetPCBTemperature [0]: I2CStart: нет "
+                           u8"готовности шины I2C после записи"))
+      << run.err;
+  EXPECT_TRUE(Has(run.out, "module serial number: 0012345678\n")) << run.out;
+}
+
+TEST(CliOnVirtualBoard, EepromDumpReadsOverTheBus) {
+  const CliResult pcb = RunCli("--sim eeprom.pcb.byte.0x0103=0x41 eeprom dump pcb --len 0x104");
+  ASSERT_EQ(pcb.status, 0) << pcb.err;
+  EXPECT_TRUE(Has(pcb.out, "module EEPROM at 0xA6 (two-byte addresses), 260 bytes")) << pcb.out;
+  EXPECT_EQ(LineStarting(pcb.out, "0x0000 "),
+            "0x0000  03 FF 07 D0 07 9E 00 32  00 28 FF FF FF FF FF FF  |.......2.(......|");
+  EXPECT_TRUE(Has(LineStarting(pcb.out, "0x0100 "), " 00 BC 61 41 ")) << pcb.out;
+
+  const CliResult plain = RunCli("--sim lconv.present=0 eeprom dump lconv --len 8");
+  ASSERT_EQ(plain.status, 0) << plain.err;
+  EXPECT_TRUE(Has(plain.out, "(one-byte addresses), 8 bytes")) << plain.out;
+  EXPECT_TRUE(Has(plain.out, "0x0000  14 19 FF FF 19 1E FF FF")) << plain.out;
+
+  const CliResult silent = RunCli("--sim eeprom.lconv.fault=no_address_ack eeprom dump lconv");
+  EXPECT_EQ(silent.status, 1);
+  EXPECT_TRUE(Has(silent.err, "eeprom dump lconv: device 0xA0 did not acknowledge")) << silent.err;
+
+  const CliResult wrong = RunCli("eeprom dump flash");
+  EXPECT_EQ(wrong.status, 2);
+  EXPECT_TRUE(Has(wrong.err, "unknown EEPROM 'flash'")) << wrong.err;
+}
+
 }  // namespace

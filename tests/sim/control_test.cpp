@@ -32,6 +32,20 @@ const KeyCase kKeys[] = {
     {"dma.buffer_size", "65536", {"128", "4096"}, {"127", "0"}},
     {"trace.max", "1000000", {"0", "100000000"}, {"100000001"}},
     {"lconv.present", "1", {"0", "1"}, {"2"}},
+    {"i2c.busy_polls", "1", {"0", "1000000"}, {"1000001", "-1"}},
+    {"i2c.power_on", "enabled", {"disabled", "enabled"}, {"on", ""}},
+    {"eeprom.write_polls", "3", {"0", "1000000"}, {"1000001"}},
+    {"eeprom.pcb.fault", "none", {"no_address_ack", "no_data_ack", "stuck", "none"}, {"None", "1"}},
+    {"eeprom.pcb.fault_after", "0", {"6", "4294967295"}, {"-1"}},
+    {"eeprom.lconv.fault", "none", {"stuck", "none"}, {"stuck "}},
+    {"eeprom.lconv.fault_after", "0", {"1"}, {"x"}},
+    {"eeprom.lconv2.fault", "none", {"no_data_ack", "none"}, {""}},
+    {"eeprom.lconv2.fault_after", "0", {"2"}, {""}},
+    {"sensor.fault", "none", {"no_address_ack", "none"}, {"no_ack"}},
+    {"sensor.fault_after", "0", {"5"}, {"0x"}},
+    {"sensor.local", "41", {"0", "255"}, {"256", "-1"}},
+    {"sensor.remote", "56", {"0", "255"}, {"256"}},
+    {"sensor.remote_fraction", "0x00000080", {"0x00000040", "0x000000FF"}, {"0x100"}},
     {"boards", "1", {"2", "1"}, {"257"}},
 };
 
@@ -57,6 +71,10 @@ TEST_F(ControlTest, KeyListNamesEverySettableKey) {
   std::vector<std::string> names;
   for (std::string name; list >> name;) names.push_back(name);
   std::vector<std::string> expected{"reg.0xADDR"};
+  // The EEPROM contents keys are tested with the bus devices (tests/unit/i2c_model_test.cpp).
+  for (const char* chip : {"eeprom.pcb", "eeprom.lconv", "eeprom.lconv2"})
+    for (const char* key : {".image", ".file", ".byte.0xADDR"})
+      expected.push_back(std::string(chip) + key);
   for (const KeyCase& c : kKeys) expected.push_back(c.key);
   std::sort(names.begin(), names.end());
   std::sort(expected.begin(), expected.end());
