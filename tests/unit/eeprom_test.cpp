@@ -211,17 +211,6 @@ TEST_F(EepromTest, VoltageLimitsKeepTheirSignAndTheUnwrittenMarker) {
   EXPECT_EQ(v, -99);
 }
 
-TEST_F(EepromTest, TheDefaultBoardHasPlausibleLimits) {
-  double v = 0;
-  const double limits[][2] = {{20.00, 0.50}, {19.50, 0.40}};
-  for (uint8_t k = 1; k <= 2; ++k) {
-    ASSERT_EQ(pcb()->ReadMaxVoltage(k, &v), 0u);
-    EXPECT_DOUBLE_EQ(v, limits[k - 1][0]);
-    ASSERT_EQ(pcb()->ReadMinVoltage(k, &v), 0u);
-    EXPECT_DOUBLE_EQ(v, limits[k - 1][1]);
-  }
-}
-
 // Two single-byte reads with a pause after each: 80 ms of pauses in all.
 TEST_F(EepromTest, AControlVoltageIsTwoByteReadsInMillivolts) {
   double volts = 0;
@@ -272,13 +261,6 @@ TEST_F(EepromTest, TheCalibrationIsSignedTenthsAndZeroWhenUnreadable) {
   EXPECT_EQ(pcb()->ReadCalibration(&db), 0u);
   EXPECT_EQ(db, 0.0);
   EXPECT_STREQ(pcb()->GetErrorText(), "I2CStart: нет готовности шины I2C после записи");
-}
-
-TEST_F(EepromTest, TheModuleEepromAddressComesFromTheInterface) {
-  EXPECT_EQ(pcb()->device_address(), 0xA6);
-  EXPECT_EQ(lconv()->device_address(), 0xA0);
-  cEepromPCB without_interface(io(), nullptr);
-  EXPECT_EQ(without_interface.device_address(), 0xA6);
 }
 
 TEST_F(EepromTest, ModuleExportsRefuseMissingPointersAndBoards) {
