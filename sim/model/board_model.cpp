@@ -41,9 +41,11 @@ struct BoardModel::State {
 
     devices = MakeDevices(i);
     for (auto& device : devices)
-      for (auto& [address, reg] : device->registers())
-        if (!claimed.emplace(address, &reg).second)
-          throw std::logic_error("two board blocks claim register " + FormatHex(address));
+      for (auto& [address, reg] : device->registers()) {
+        if (reg.read && !readers.emplace(address, &reg.read).second)
+          throw std::logic_error("two board blocks answer reads of register " + FormatHex(address));
+        if (reg.write) writers[address].push_back(&reg.write);
+      }
     storage.assign(bar_size / 4, 0);
   }
 
@@ -59,8 +61,8 @@ struct BoardModel::State {
     auto forced_it = forced.find(word);
     if (forced_it != forced.end()) return forced_it->second;
     const uint32_t stored = storage[word / 4];
-    auto reg = claimed.find(word);
-    if (reg != claimed.end() && reg->second->read) return reg->second->read(stored, peek);
+    auto reader = readers.find(word);
+    if (reader != readers.end()) return (*reader->second)(stored, peek);
     return stored;
   }
 
@@ -68,8 +70,9 @@ struct BoardModel::State {
     uint32_t word;
     if (!Word(address, &word)) return;
     storage[word / 4] = value;
-    auto reg = claimed.find(word);
-    if (reg != claimed.end() && reg->second->write) reg->second->write(value);
+    auto observers = writers.find(word);
+    if (observers != writers.end())
+      for (const DeviceModel::WriteFn* write : observers->second) (*write)(value);
   }
 
   // The address of a key "reg.ADDR", when it names an aligned word inside the BAR.
@@ -98,7 +101,11 @@ struct BoardModel::State {
   std::vector<uint32_t> storage;            // plain storage, one entry per BAR word
   std::map<uint32_t, uint32_t> forced;      // reg.0xADDR
   std::vector<std::unique_ptr<DeviceModel>> devices;
-  std::unordered_map<uint32_t, const DeviceModel::Register*> claimed;
+  // One block at most answers a register's reads; every block that claims its writes sees
+  // them, in table order (the FPGA's registers alias: DEM word 0 is a configuration port while
+  // the FPGA is being loaded and the RAM's address register afterwards).
+  std::unordered_map<uint32_t, const DeviceModel::ReadFn*> readers;
+  std::unordered_map<uint32_t, std::vector<const DeviceModel::WriteFn*>> writers;
   zsim::Trace trace;
 };
 

@@ -2,8 +2,9 @@
 // loader, the I2C bus, the synthesizers, the DMA engine, ...). In the manner of a device
 // emulator, a block is a small state object with read and write callbacks keyed by the byte
 // address of each register it models, plus its own configuration keys. The board model
-// routes every access to the block that claimed the address; an address nobody claimed is
-// plain storage.
+// routes every access to the block(s) that claimed the address; an address nobody claimed is
+// plain storage. One block at most claims a register's reads; several may claim its writes
+// (the board's registers alias), and each then sees every write, in the order of the table.
 //
 // To add a block: write one file with a DeviceModel subclass that claims its registers in the
 // constructor (OnRead / OnWrite) and declares its keys (keys().Add...), add its factory to

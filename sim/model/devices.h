@@ -10,10 +10,13 @@
 namespace zsim {
 
 std::unique_ptr<DeviceModel> MakeLconvPresence(unsigned board_index);
+std::unique_ptr<DeviceModel> MakeFpgaConfig(unsigned board_index);
+std::unique_ptr<DeviceModel> MakeRam(unsigned board_index);
+std::unique_ptr<DeviceModel> MakeSignalSimulator(unsigned board_index);
 std::unique_ptr<DeviceModel> MakeI2cController(unsigned board_index);
 
-// Every block of one board, in a fixed order. Two blocks never claim the same address; the
-// board model checks that when it is built.
+// Every block of one board, in a fixed order. Two blocks never claim reads of the same
+// address; the board model checks that when it is built.
 std::vector<std::unique_ptr<DeviceModel>> MakeDevices(unsigned board_index);
 
 }  // namespace zsim

@@ -192,7 +192,7 @@ TEST_F(BarTest, TrapsFromTwoThreads) {
     t2.join();
   }
   {
-    std::thread t1(hammer, &a, 0x0010u), t2(hammer, &a, 0xA200u);
+    std::thread t1(hammer, &a, 0x0020u), t2(hammer, &a, 0xA200u);
     t1.join();
     t2.join();
   }
@@ -200,8 +200,8 @@ TEST_F(BarTest, TrapsFromTwoThreads) {
   EXPECT_EQ(zsim_trace(0, nullptr, 0), 3 * 2 * kRounds);
   EXPECT_EQ(zsim_trace(1, nullptr, 0), 2 * kRounds);
   char last[16];
-  std::snprintf(last, sizeof last, "0x%08X", (kRounds - 1) ^ 0x10u);
-  EXPECT_EQ(Get(0, "reg.0x0010"), last);
+  std::snprintf(last, sizeof last, "0x%08X", (kRounds - 1) ^ 0x20u);
+  EXPECT_EQ(Get(0, "reg.0x0020"), last);
 }
 
 // What one trapped access costs here, for the record (the test only guards against a
