@@ -6,6 +6,7 @@
 #include <functional>
 #include <vector>
 
+#include "loaders.h"
 #include "i2c_port.h"
 #include "report.h"
 #include "text.h"
@@ -337,6 +338,26 @@ const Command kCommands[] = {
      "Writes VALUE to the 32-bit register at byte address ADDR of the register BAR. Result\n"
      "codes as for peek. Prints nothing on success.",
      RunPoke},
+    {{"fpga", "load DEVICE FILE | load --all DIR", 1, 3, kOptAll}, "load FPGA configuration images",
+     "Loads the FPGA DEVICE (DEM, DEC or RS, any case) from FILE with FPGALoad. With --all DIR,\n"
+     "loads DEM, DEC and RS from DIR/dem.bin, DIR/dec.bin and DIR/rs.bin in that order; every\n"
+     "device is tried and the status is 1 if any failed. Shows the words sent and the rate,\n"
+     "and on the virtual board what the board received. A load that takes long shows its\n"
+     "progress on a terminal. The build writes sample images to bin/samples.",
+     RunFpga},
+    {{"ram", "load FILE", 2, 2, 0}, "load the on-board RAM from a file",
+     "Loads the demodulator FPGA's RAM from FILE (16-bit little-endian words, word i to\n"
+     "address i; an odd last byte is ignored) with RAMLoad.",
+     RunRam},
+    {{"sim", "ACTION [ACTION...]", 1, 32, 0}, "drive the signal simulator",
+     "Runs the simulator actions in order on one bring-up:\n"
+     "  load FILE     load the pattern (16-bit little-endian words) with SimulatorLoad\n"
+     "  on | off      switch the simulator on or off (SimulatorControl)\n"
+     "  carrier HZ    set the carrier frequency (SimulatorSetCarrier)\n"
+     "  rate SPS      set the symbol rate, which also switches it on (SimulatorSetTiming)\n"
+     "The pattern length reaches the FPGA with the next on, off or rate. On the virtual board\n"
+     "the simulator's registers are shown afterwards.",
+     RunSim},
     {{nullptr, nullptr, 0, 0, 0}, nullptr, nullptr, nullptr},
 };
 

@@ -7,7 +7,7 @@
 namespace tvx::cli {
 namespace {
 
-enum class Id { kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kLen };
+enum class Id { kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen };
 
 struct OptionDef {
   Id id;
@@ -20,6 +20,7 @@ struct OptionDef {
 
 constexpr OptionDef kOptions[] = {
     {Id::kCount, "count", 0, "K", kOptCount, "number of consecutive words (1 to 65536, default 1)"},
+    {Id::kAll, "all", 0, "DIR", kOptAll, "load DEM, DEC and RS from DIR/dem.bin, dec.bin, rs.bin"},
     {Id::kLen, "len", 0, "N", kOptLen,
      "bytes to read (1 to 65536; default 512, 256 with one-byte addresses)"},
     {Id::kBoard, "board", 'b', "N", 0,
@@ -70,6 +71,10 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
       break;
     }
     case Id::kSimConfig: inv->sim_configs.push_back(value); break;
+    case Id::kAll:
+      if (value.empty()) return "--all expects a directory";
+      inv->all_dir = value;
+      break;
     case Id::kLen:
       if (!ParseUnsigned(value, kMaxLength, &number) || number == 0)
         return "invalid length '" + value + "' (1 to 65536)";

@@ -11,6 +11,7 @@ namespace tvx::cli {
 // Options that belong to particular commands; a command lists the ones it accepts.
 enum CommandOption : uint32_t {
   kOptCount = 1u << 0,
+  kOptAll = 1u << 1,
   kOptLen = 1u << 2,
 };
 
@@ -39,6 +40,7 @@ struct Invocation {
   bool version = false;
   uint32_t count = 1;
   uint32_t length = 0;                 // eeprom dump --len; 0: the command's default
+  std::string all_dir;                 // fpga load --all DIR
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 

@@ -2,7 +2,10 @@
 
 #include "api/controls.h"
 #include "board/eeprom.h"
+#include "board/fpga.h"
+#include "board/ram.h"
 #include "board/sensor.h"
+#include "board/simulator.h"
 #include "hw/regs.h"
 #include "hw/text.h"
 
@@ -59,12 +62,15 @@ void cBoard::BringUp() {
   cInterfaceE* interface = Build<cInterfaceE>(Slot::Interface);
   Build<cEepromPCB>(Slot::EepromPcb, interface);
   Build<cEepromLConv>(Slot::EepromLConv, interface);
+  Build<cfpgaE>(Slot::Fpga);
+  Build<cRAM>(Slot::Ram, FpgaBases().DemBase);
 
   LConvertorType = interface->GetConvertorCode();
   SampleClock = kDefaultSampleClock;
 
   Build<cPLL>(Slot::Pll);
   Build<cSensor>(Slot::Sensor);
+  Build<cSimulator>(Slot::Simulator, SampleClock);
   Build<cCircuitResetE>(Slot::CircuitReset);
 }
 

@@ -15,18 +15,6 @@ using namespace tvx;
 
 extern "C" {
 
-TVX_PENDING(FPGALoad, "FPGALoad", const char*, const char*)
-
-// Its null message says "NULL-объект" alone.
-TORVIXE_API int32_t RAMLoad(DeviceId* id, const char*, uint8_t) {
-  static const ExportText text{"RAMLoad"};
-  return ExportCall(id, text).Null(-1, "NULL-объект");
-}
-
-TVX_PENDING(SimulatorLoad, "SimulatorLoad", const char*)
-TVX_PENDING(SimulatorControl, "SimulatorControl", const uint32_t*)
-TVX_PENDING(SimulatorSetCarrier, "SimulatorSetCarrier", const double*)
-TVX_PENDING(SimulatorSetTiming, "SimulatorSetTiming", const double*)
 TVX_PENDING(Counters, "Counters", CountersRecord*)
 TVX_PENDING(MasterGetBuffers, "MasterGetBuffers", BufferMap*)
 TVX_PENDING(MasterLoad, "MasterLoad", const BufferMap*)
