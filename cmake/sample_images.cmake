@@ -9,10 +9,10 @@ if(NOT OUT_DIR)
 endif()
 file(MAKE_DIRECTORY "${OUT_DIR}")
 
-function(write_image name size seed)
+function(write_image name size start)
   set(text "torvixe sample configuration image: ${name}\n")
   string(LENGTH "${text}" length)
-  set(x ${seed})
+  set(x ${start})
   while(length LESS size)
     # A linear congruential sequence; bytes 1 to 255.
     math(EXPR x "(${x} * 1103515245 + 12345) % 2147483648")
