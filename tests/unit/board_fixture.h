@@ -3,7 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <stdexcept>
 
 #include "api/board.h"
@@ -26,9 +25,7 @@ class BoardTest : public ::testing::Test {
       ReleaseDeviceInstance(&id);
     }
     InstallIoFactory(previous_);
-    self = nullptr;
   }
-
   ModelIo* io() const { return io_; }
   cBoard* board(uint8_t index = 0) const { return BoardTable[index]; }
 
@@ -41,8 +38,7 @@ class BoardTest : public ::testing::Test {
   static cZARIM* MakeIo() {
     ++self->builds;
     if (self->throw_on_build) throw std::runtime_error("no binding today");
-    self->io_ = new ModelIo(&self->model, &self->script);
-    return self->io_;
+    return self->io_ = new ModelIo(&self->model, &self->script);
   }
   static inline BoardTest* self = nullptr;
   IoFactory previous_ = nullptr;

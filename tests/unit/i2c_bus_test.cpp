@@ -2,76 +2,51 @@
 // polling, and every failure code with its text and its stop condition (or the lack of one).
 #include <algorithm>
 #include <functional>
-#include <tuple>
 
 #include "i2c_fixture.h"
 
 namespace tvx::test {
 namespace {
 
-using Access = std::tuple<uint32_t, uint32_t, int>;   // address, value, write
+using Access = std::pair<uint32_t, uint32_t>;   // address, value written
 
 std::vector<Access> ControllerSetup(const std::vector<zsim_access>& trace) {
   std::vector<Access> out;
   for (const zsim_access& a : trace)
     if (a.write && (a.addr == kPrescalerReg || a.addr == kStatusReg))
-      out.emplace_back(a.addr, a.value, 1);
+      out.emplace_back(a.addr, a.value);
   return out;
 }
 
+// Disabled while the prescaler changes, then enabled: 33 MHz / (4 x 100 kHz) - 1, rounded.
+// A second board, and any module built later, leave every controller as it is.
 TEST_F(I2cTest, ThePrescalerIsProgrammedOnceForTheWholeProcess) {
   ASSERT_FALSE(I2cPrescalerProgrammed());
   ASSERT_EQ(CreateDeviceInstance(&id), 0);
-  // Disabled while the prescaler changes, then enabled: 33 MHz / (4 x 100 kHz) - 1, rounded.
-  EXPECT_EQ(ControllerSetup(model.Trace()), (std::vector<Access>{
-                                                {kStatusReg, 0, 1}, {kPrescalerReg, 82, 1},
-                                                {kStatusReg, 0x80, 1}}));
-  EXPECT_EQ(Get("i2c.prescaler"), "82");
+  EXPECT_EQ(ControllerSetup(model.Trace()),
+            (std::vector<Access>{{kStatusReg, 0}, {kPrescalerReg, 82}, {kStatusReg, 0x80}}));
   EXPECT_TRUE(I2cPrescalerProgrammed());
-
-  // A second board, and any module built later, leave every controller as it is.
   Restart();
   DeviceId second{1};
   ASSERT_EQ(CreateDeviceInstance(&second), 0);
-  cI2CBus later(io());
-  EXPECT_EQ(later.SetBusFrequency(400000.0), 0u);
+  cI2CBus bus(io());
+  EXPECT_EQ(bus.SetBusFrequency(400000.0), 0u);
   EXPECT_TRUE(ControllerSetup(model.Trace()).empty());
-}
 
-TEST_F(I2cTest, TheBusFrequencyGivesThePrescaler) {
-  Open();
+  // Other frequencies, for the first module of a process; 0 asks for the default.
   const struct {
     double requested, in_use;
     uint32_t prescaler;
-  } cases[] = {{0.0, 100000.0, 82}, {100000.0, 100000.0, 82}, {400000.0, 400000.0, 20},
-               {50000.0, 50000.0, 164}, {1e12, 1e12, 0}};
-  cI2CBus bus(io());
+  } cases[] = {{0.0, 100000.0, 82}, {400000.0, 400000.0, 20}, {1e12, 1e12, 0}};
   for (const auto& c : cases) {
     ClearI2cPrescalerFlagForTesting();
     Restart();
     EXPECT_EQ(bus.SetBusFrequency(c.requested), 0u);
     EXPECT_EQ(bus.bus_frequency(), c.in_use);
-    EXPECT_EQ(ControllerSetup(model.Trace()),
-              (std::vector<Access>{{kStatusReg, 0, 1}, {kPrescalerReg, c.prescaler, 1},
-                                   {kStatusReg, 0x80, 1}}))
-        << c.requested;
+    EXPECT_EQ(ControllerSetup(model.Trace()), (std::vector<Access>{{kStatusReg, 0},
+                                                                   {kPrescalerReg, c.prescaler},
+                                                                   {kStatusReg, 0x80}}));
   }
-}
-
-TEST_F(I2cTest, EachOperationWritesItsCommandWord) {
-  Open();
-  cI2CBus bus(io());
-  uint8_t byte = 0;
-  EXPECT_EQ(bus.Start(0x98, 0), 0u);
-  EXPECT_EQ(bus.WriteByte(0x01), 0u);
-  EXPECT_EQ(bus.Stop(), 0u);
-  EXPECT_EQ(bus.Start(0x98, 1), 0u);
-  EXPECT_EQ(bus.ReadByte(true, &byte), 0u);
-  EXPECT_EQ(bus.ReadByte(false, &byte), 0u);
-  EXPECT_EQ(bus.Stop(), 0u);
-  EXPECT_EQ(Commands(), (std::vector<uint32_t>{0x098, 0x101, 0x300, 0x099, 0x200, 0x2FF, 0x300}));
-  EXPECT_EQ(byte, 56) << "register 1 of the sensor: the default FPGA temperature";
-  EXPECT_TRUE(ControllerSetup(model.Trace()).empty()) << "the prescaler is the first module's";
 }
 
 struct BusFailure {
@@ -140,11 +115,11 @@ TEST_F(I2cTest, FailuresGiveTheirCodeTextAndStopCondition) {
   }
 }
 
+// Address polling waits out an EEPROM's write cycle without running into the time-out.
 TEST_F(I2cTest, AddressPollingWaitsOutTheWriteCycleOfAnEeprom) {
   Set("eeprom.write_polls", "5");
   Open();
   cI2CBus bus(io());
-  // A one-byte page write at 0x0120 of the module EEPROM.
   ASSERT_EQ(bus.Start(0xA6, 0), 0u);
   for (uint8_t byte : {0x01, 0x20, 0x77}) ASSERT_EQ(bus.WriteByte(byte), 0u);
   bus.Stop();
@@ -153,33 +128,11 @@ TEST_F(I2cTest, AddressPollingWaitsOutTheWriteCycleOfAnEeprom) {
   EXPECT_EQ(bus.Start(0xA6, 0), 0u);
   EXPECT_EQ(Commands(), std::vector<uint32_t>(6, 0x0A6)) << "five refusals, then the answer";
   EXPECT_LT(clock.seconds() - before, 0.01);
-  // The byte arrived.
-  uint8_t byte = 0;
-  ASSERT_EQ(bus.WriteByte(0x01), 0u);
-  ASSERT_EQ(bus.WriteByte(0x20), 0u);
-  bus.Stop();
-  ASSERT_EQ(bus.Start(0xA6, 1), 0u) << "setting the pointer is no write cycle";
-  EXPECT_EQ(bus.ReadByte(false, &byte), 0u);
-  EXPECT_EQ(byte, 0x77);
   bus.Stop();
 }
 
-// A register path that fails must not pass for an idle bus.
-TEST_F(I2cTest, AStatusThatCannotBeReadCountsAsBusy) {
-  Open();
-  cI2CBus bus(io());
-  io()->set_bar_mapped(false);
-  uint8_t no_ack = 0x11;
-  const double before = clock.seconds();
-  EXPECT_EQ(bus.WaitIdle(&no_ack), 1u);
-  EXPECT_EQ(no_ack, 0x11);
-  EXPECT_GE(clock.seconds() - before, 0.1);
-  EXPECT_EQ(bus.Start(0x98, 0), 1u);
-  EXPECT_STREQ(bus.GetErrorText(), "I2CStart: нет готовности шины I2C");
-  io()->set_bar_mapped(true);
-}
-
-TEST_F(I2cTest, WaitIdleReportsTheAcknowledgeBit) {
+// Idle is bit 0 clear, the acknowledge bit 7; a status that cannot be read counts as busy.
+TEST_F(I2cTest, WaitIdleReportsTheAcknowledgeBitAndAnUnreadableStatusIsBusy) {
   Open();
   cI2CBus bus(io());
   uint8_t no_ack = 0x11;
@@ -193,6 +146,16 @@ TEST_F(I2cTest, WaitIdleReportsTheAcknowledgeBit) {
   EXPECT_EQ(no_ack, 0);
   Set("reg.0x4024", "0x01");
   EXPECT_EQ(bus.WaitIdle(&no_ack), 1u) << "bit 0 is busy";
+
+  io()->set_bar_mapped(false);
+  no_ack = 0x11;
+  const double before = clock.seconds();
+  EXPECT_EQ(bus.WaitIdle(&no_ack), 1u);
+  EXPECT_EQ(no_ack, 0x11);
+  EXPECT_GE(clock.seconds() - before, 0.1);
+  EXPECT_EQ(bus.Start(0x98, 0), 1u);
+  EXPECT_STREQ(bus.GetErrorText(), "I2CStart: нет готовности шины I2C");
+  io()->set_bar_mapped(true);
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
-// Unit tests of the I2C bus, the EEPROMs and the sensor: board 0 brought up in process over
-// the register model, with a virtual clock so that the 10 ms pauses and the 0.1 s busy polls
-// cost no wall time and can be checked exactly.
+// Unit tests of the I2C bus, the EEPROMs and the sensor: board 0 in process over the register
+// model, with a virtual clock so that the 10 ms pauses and 0.1 s busy polls cost no wall time.
 #pragma once
 
 #include <string>
@@ -12,10 +11,7 @@
 
 namespace tvx::test {
 
-// Byte addresses of the controller's registers, as the board decodes them.
-constexpr uint32_t kPrescalerReg = 0x4020;
-constexpr uint32_t kStatusReg = 0x4024;
-constexpr uint32_t kCommandReg = 0x402C;
+constexpr uint32_t kPrescalerReg = 0x4020, kStatusReg = 0x4024, kCommandReg = 0x402C;
 
 class BoardSlots {
  public:
@@ -25,20 +21,18 @@ class BoardSlots {
   }
 };
 
-// Sleeps advance the counter; every reading of the counter advances it by 10 µs, so a 0.1 s
-// poll ends after about 10000 readings. Each sleep is recorded with the number of register
-// accesses made before it.
+// Every counter reading advances 10 µs, so a 0.1 s poll ends after about 10000 readings. Each
+// sleep is recorded with the number of register accesses made before it.
 class VirtualClock : public ClockSource {
  public:
-  static constexpr int64_t kTicksPerSecond = 1000000;
   explicit VirtualClock(const zsim::BoardModel* model) : model_(model) {}
   int64_t Counter() override { return now += 10; }
-  int64_t Frequency() override { return kTicksPerSecond; }
+  int64_t Frequency() override { return 1000000; }
   void SleepMs(uint32_t ms) override {
     now += int64_t(ms) * 1000;
     sleeps.push_back({ms, model_->TraceCount()});
   }
-  double seconds() const { return double(now) / kTicksPerSecond; }
+  double seconds() const { return double(now) / 1e6; }
 
   struct Sleep {
     uint32_t ms;
@@ -79,25 +73,14 @@ class I2cTest : public BoardTest {
     std::string value;
     return model.Get(key, &value) ? value : "<unknown>";
   }
-  template <class M>
-  M* Module(Slot slot) const {
-    return board()->Get<M>(slot);
-  }
-
-  // The commands written to the controller since the trace was cleared, in order.
-  std::vector<uint32_t> Commands() const {
+  // The commands written to the controller since the trace was cleared, in order; with
+  // `accesses`, only those among the first `accesses` register accesses.
+  std::vector<uint32_t> Commands(uint64_t accesses = ~uint64_t{0}) const {
     std::vector<uint32_t> out;
-    for (const zsim_access& a : model.Trace())
-      if (a.write && a.addr == kCommandReg) out.push_back(a.value);
-    return out;
-  }
-  // The last command written before the first `accesses` register accesses.
-  uint32_t LastCommandWithin(uint64_t accesses) const {
-    uint32_t last = 0xFFFFFFFF;
-    std::vector<zsim_access> trace = model.Trace();
+    const std::vector<zsim_access> trace = model.Trace();
     for (size_t i = 0; i < trace.size() && i < accesses; ++i)
-      if (trace[i].write && trace[i].addr == kCommandReg) last = trace[i].value;
-    return last;
+      if (trace[i].write && trace[i].addr == kCommandReg) out.push_back(trace[i].value);
+    return out;
   }
 
   VirtualClock clock{&model};

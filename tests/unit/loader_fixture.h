@@ -1,12 +1,9 @@
-// Unit tests of the loaders (file holder, FPGA, RAM, simulator): board 0 brought up in process
-// over the register model, files written into a private directory, a virtual clock so that
-// the fixed sleeps and the 1 s reset wait cost no wall time, and a check after every test that
-// no file holder or loader buffer was left behind.
+// Unit tests of the loaders: board 0 up in process over the register model, files in a private
+// directory, a virtual clock (no wall time spent), and a check after every test that no file
+// holder or loader buffer was left behind.
 #pragma once
 
-#include <cstdint>
 #include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <stdexcept>
 #include <string>
@@ -15,6 +12,7 @@
 #include "board_fixture.h"
 #include "demod/file_data.h"
 #include "hw/clock.h"
+#include "test_env.h"
 
 // Found by argument-dependent lookup from inside the standard algorithms.
 [[maybe_unused]] static bool operator==(const zsim_access& a, const zsim_access& b) {
@@ -29,44 +27,29 @@
 
 namespace tvx::test {
 
-// A directory of its own, removed with everything in it.
-class TempDir {
+inline zsim_access W(uint32_t addr, uint32_t value) { return {addr, value, 1}; }
+inline zsim_access R(uint32_t addr, uint32_t value) { return {addr, value, 0}; }
+inline std::vector<uint8_t> Bytes(std::initializer_list<int> values) {
+  return std::vector<uint8_t>(values.begin(), values.end());
+}
+
+// A private directory with files written into it.
+class Files : public TempDir {
  public:
-  TempDir() {
-    const auto* info = ::testing::UnitTest::GetInstance()->current_test_info();
-    path_ = std::filesystem::temp_directory_path() /
-            (std::string("tvx_") + (info ? info->name() : "files"));
-    std::filesystem::remove_all(path_);
-    std::filesystem::create_directories(path_);
-  }
-  ~TempDir() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  // Writes `bytes` to a file of the directory; returns its path.
+  std::string Path(const std::string& name) const { return (path() / name).string(); }
   std::string Write(const std::string& name, const std::vector<uint8_t>& bytes) const {
-    const std::string file = Path(name);
-    std::ofstream out(file, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-    return file;
-  }
-  std::string WriteText(const std::string& name, const std::string& text) const {
-    return Write(name, std::vector<uint8_t>(text.begin(), text.end()));
+    std::ofstream(Path(name), std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    return Path(name);
   }
   // A file of `size` bytes that occupies no disk space where the system allows it.
   std::string Sparse(const std::string& name, uint64_t size) const {
-    const std::string file = Write(name, {});
-    std::filesystem::resize_file(file, size);
-    return file;
+    std::filesystem::resize_file(Write(name, {}), size);
+    return Path(name);
   }
-  std::string Path(const std::string& name) const { return (path_ / name).string(); }
-
- private:
-  std::filesystem::path path_;
 };
 
-// The counter runs at 1 MHz; every reading advances it by 1 ms, so a 1 s poll ends after
-// about a thousand readings. Sleeps advance it by their length and are recorded.
+// Every counter reading advances 1 ms, so a 1 s poll ends after about a thousand readings.
 class LoaderClock : public ClockSource {
  public:
   int64_t Counter() override { return now += 1000; }
@@ -79,13 +62,8 @@ class LoaderClock : public ClockSource {
   }
   int64_t now = 0;
   std::vector<uint32_t> sleeps;
-  bool throw_std = false;
-  bool throw_other = false;
+  bool throw_std = false, throw_other = false;
 };
-
-inline std::vector<uint8_t> Bytes(std::initializer_list<int> values) {
-  return std::vector<uint8_t>(values.begin(), values.end());
-}
 
 class LoaderTest : public BoardTest {
  protected:
@@ -94,7 +72,6 @@ class LoaderTest : public BoardTest {
     previous_clock_ = InstallClock(&clock);
     ASSERT_EQ(CreateDeviceInstance(&id), 0) << GetErrorMessage();
     model.ClearTrace();
-    // What bring-up waited is not the test's business.
     clock.now = 0;
     clock.sleeps.clear();
   }
@@ -105,14 +82,7 @@ class LoaderTest : public BoardTest {
     InstallClock(previous_clock_);
     BoardTest::TearDown();
   }
-
   std::vector<zsim_access> Trace() const { return model.Trace(); }
-  std::vector<zsim_access> Writes() const {
-    std::vector<zsim_access> writes;
-    for (const zsim_access& a : model.Trace())
-      if (a.write) writes.push_back(a);
-    return writes;
-  }
   std::string Key(const char* key) const {
     std::string value;
     return model.Get(key, &value) ? value : "(unknown key)";
@@ -120,13 +90,12 @@ class LoaderTest : public BoardTest {
 
   DeviceId id{0};
   LoaderClock clock;
-  TempDir files;
+  Files files;
 
  private:
   ClockSource* previous_clock_ = nullptr;
 };
 
-// Refuses every loader buffer.
 inline bool RefuseAllocation(uint64_t) { return false; }
 
 }  // namespace tvx::test

@@ -1,7 +1,6 @@
 // An in-process stand-in for the hardware-access object: the library's own cZARIM code (flags,
-// codes, texts) bound to scriptable IO-library functions, with register accesses going to the
-// virtual board's register model instead of a trapped BAR. Unit tests install it through the
-// board's IO factory.
+// codes, texts) bound to scripted IO-library functions, with register accesses going to the
+// virtual board's register model instead of a trapped BAR.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +13,11 @@
 
 namespace tvx::test {
 
-// What the scripted IO library does: last-error codes its calls fail with (0 = succeed), and
-// the calls it saw, in order.
+// The last-error codes the scripted calls fail with (0 = succeed), the calls seen in order,
+// and the BAR that BARMap reports.
 struct IoScript {
   uint32_t open = 0, memory_map = 0, bar_map = 0, memory_unmap = 0, bar_unmap = 0;
   std::vector<std::string> calls;
-  // What BARMap reports: a pointer and size (the in-process model needs neither).
   void* bar = nullptr;
   uint32_t bar_size = 0;
 };
@@ -34,12 +32,8 @@ class ModelIo : public cZARIM {
       return Call("open", current->open) ? zarimio::kInvalidHandle : zarimio::Handle(index);
     };
     pClose = [](zarimio::Handle) { return int32_t(Call("close", 0)); };
-    pMemoryMap = [](zarimio::Handle, void*) {
-      return int32_t(Call("memory_map", current->memory_map));
-    };
-    pMemoryUnmap = [](zarimio::Handle, void*) {
-      return int32_t(Call("memory_unmap", current->memory_unmap));
-    };
+    pMemoryMap = [](zarimio::Handle, void*) { return Call("memory_map", current->memory_map); };
+    pMemoryUnmap = [](zarimio::Handle, void*) { return Call("memory_unmap", current->memory_unmap); };
     pBarMap = [](zarimio::Handle, void* info) {
       if (Call("bar_map", current->bar_map)) return int32_t(1);
       auto* bar = static_cast<zarimio::BarInfo*>(info);
@@ -47,39 +41,37 @@ class ModelIo : public cZARIM {
       bar->size = current->bar_size;
       return int32_t(0);
     };
-    pBarUnmap = [](zarimio::Handle, void*) {
-      return int32_t(Call("bar_unmap", current->bar_unmap));
-    };
+    pBarUnmap = [](zarimio::Handle, void*) { return Call("bar_unmap", current->bar_unmap); };
     pGetSlotNumber = [](zarimio::Handle) { return 3u; };
   }
 
-  // Without a model, accesses take the real path through the BAR the script reports.
-  // Whatever stops a real access (no device, BAR unmapped, a bad mode) stops this one with the
-  // real codes and texts; an access that would reach the BAR goes to the model.
+  // Without a model, accesses take the real path through the BAR the script reports. With
+  // one, whatever stops a real access stops this one with the real codes and texts, and an
+  // access that would reach the BAR goes to the model.
   int32_t ReadPort(uint32_t address, uint32_t* value) override {
-    if (!model_ || hDevice == zarimio::kInvalidHandle || BarMapped == 0 || rwMode != 1)
-      return cZARIM::ReadPort(address, value);
+    if (!Reaches()) return cZARIM::ReadPort(address, value);
     *value = model_->Read(address);
     return 0;
   }
   int32_t WritePort(uint32_t address, uint32_t value) override {
-    if (!model_ || hDevice == zarimio::kInvalidHandle || BarMapped == 0 || rwMode != 1)
-      return cZARIM::WritePort(address, value);
+    if (!Reaches()) return cZARIM::WritePort(address, value);
     model_->Write(address, value);
     return 0;
   }
-
   void set_bar_mapped(bool mapped) { BarMapped = mapped ? 1 : 0; }
 
   static inline IoScript* current = nullptr;
 
  private:
-  // True when the call is to fail; the failure's code is left as the system's last error.
-  static bool Call(const char* name, uint32_t fault) {
+  bool Reaches() const {
+    return model_ && hDevice != zarimio::kInvalidHandle && BarMapped != 0 && rwMode == 1;
+  }
+  // 1 when the call is to fail, its code left as the system's last error.
+  static int32_t Call(const char* name, uint32_t fault) {
     current->calls.push_back(name);
-    if (fault == 0) return false;
+    if (fault == 0) return 0;
     os::SetLastError(fault);
-    return true;
+    return 1;
   }
 
   zsim::BoardModel* model_;

@@ -4,7 +4,6 @@
 #include <cstring>
 #include <string>
 
-#include "hw/clock.h"
 #include "hw/text.h"
 
 namespace tvx {
@@ -31,28 +30,6 @@ TEST(Text, CopyTellsWhetherItFitted) {
   EXPECT_STREQ(buffer, "abc");
   EXPECT_FALSE(CopyText(buffer, sizeof buffer, "abcd"));
   EXPECT_STREQ(buffer, "abc");
-}
-
-// A clock that only moves when the code under test sleeps or when the test says so.
-class ManualClock : public ClockSource {
- public:
-  int64_t Counter() override { return now; }
-  int64_t Frequency() override { return 1000; }
-  void SleepMs(uint32_t ms) override { now += ms; }
-  int64_t now = 5000;
-};
-
-TEST(HiResTimer, MeasuresOnTheInstalledClock) {
-  ManualClock clock;
-  ClockSource* previous = InstallClock(&clock);
-  HiResTimer timer;
-  timer.StartTimer();
-  Clock().SleepMs(250);
-  EXPECT_DOUBLE_EQ(timer.ElapsedSeconds(), 0.25);
-  clock.now += 1000;
-  EXPECT_DOUBLE_EQ(timer.ElapsedSeconds(), 1.25);
-  InstallClock(previous);
-  EXPECT_NE(&Clock(), &clock);
 }
 
 }  // namespace
