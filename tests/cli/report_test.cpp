@@ -1,52 +1,51 @@
-// What the CLI makes of raw results: trace lines, raw-access codes, the convertor presence code.
+// What the CLI prints of raw results: trace lines, the convertor presence code, EEPROM dump
+// lines and identity texts (they must read exactly as the library's), the progress line.
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
+#include "i2c_port.h"
+#include "loaders.h"
 #include "report.h"
 
 namespace tvx::cli {
 namespace {
 
-TEST(TraceLine, ReadsAndWritesInTheirFixedShape) {
-  EXPECT_EQ(TraceLine({0x8000, 0, 0}), "R 0x00008000 -> 0x00000000");
-  EXPECT_EQ(TraceLine({0x8058, 5, 1}), "W 0x00008058 <- 0x00000005");
-  EXPECT_EQ(TraceLine({0xFFFFFFFC, 0xDEADBEEF, 1}), "W 0xFFFFFFFC <- 0xDEADBEEF");
+TEST(Report, TraceLinesAndConvertorCode) {
+  EXPECT_EQ(TraceLine({0xFFFFFFFC, 0xDEADBEEF, 0}), "R 0xFFFFFFFC -> 0xDEADBEEF");
   EXPECT_EQ(TraceLine({0x60, 0x80000000, 7}), "W 0x00000060 <- 0x80000000");  // any nonzero: write
+  for (uint32_t word : {0u, 2u, 0xFFFFFFFEu}) EXPECT_EQ(ConvertorCodeFromPresence(word), 2) << word;
+  for (uint32_t word : {1u, 0x80000001u}) EXPECT_EQ(ConvertorCodeFromPresence(word), 3) << word;
 }
 
-TEST(PortResultMeaning, NamesEveryKnownCode) {
+TEST(Report, EepromDumpLinesShowHexAndPrintableBytes) {
+  const uint8_t bytes[16] = {0x03, 0xFF, 0x07, 0xD0, 'A', 'z', ' ', '~',
+                             0x7F, 0x00, 0x20, 0x80, 0x31, 0x32, 0x33, 0x0A};
+  EXPECT_EQ(DumpLine(0x0100, bytes, 16),
+            "0x0100  03 FF 07 D0 41 7A 20 7E  7F 00 20 80 31 32 33 0A  |....Az ~.. .123.|");
+  EXPECT_EQ(DumpLine(0x1FF0, bytes, 3),   // a short last line keeps the columns
+            "0x1FF0  03 FF 07                                          |...|");
+  EXPECT_EQ(DumpLine(0, bytes, 40).size(), DumpLine(0, bytes, 16).size()) << "one line at most";
+}
+
+TEST(Report, IdentityTextsReadAsTheLibrarysDo) {
   const struct {
-    int32_t code;
-    const char* part;
-  } cases[] = {
-      {1, "no device"},
-      {2, "device not open"},
-      {3, "kernel-mode access failed"},
-      {4, "bad access mode"},
-      {5, "outside the register BAR"},
-      {5, "aligned"},
-      {0, "unknown code"},
-      {6, "unknown code"},
-      {-1, "unknown code"},
-  };
-  for (const auto& c : cases)
-    EXPECT_NE(std::string(PortResultMeaning(c.code)).find(c.part), std::string::npos) << c.code;
+    std::vector<uint8_t> bytes;
+    const char* text;
+  } serials[] = {{{0x00, 0x00, 0x04, 0xD2}, "0000001234"},
+                 {{0x80, 0x00, 0x00, 0x00}, "-2147483648"},
+                 {{0xFF, 0xFF, 0xFF, 0xFE}, "-0000000002"},
+                 {{0x7F, 0xFF, 0xFF, 0xFF}, "2147483647"}};
+  for (const auto& c : serials) EXPECT_EQ(SerialText(c.bytes.data()), c.text);
+  EXPECT_EQ(VersionText(4), "04");
+  EXPECT_EQ(VersionText(255), "255");
 }
 
-TEST(ConvertorCodeFromPresence, OnlyBitZeroCounts) {
-  const struct {
-    uint32_t word;
-    uint8_t code;
-  } cases[] = {{0, 2}, {1, 3}, {0xFFFFFFFE, 2}, {0x80000001, 3}, {2, 2}};
-  for (const auto& c : cases) EXPECT_EQ(ConvertorCodeFromPresence(c.word), c.code) << c.word;
-}
-
-TEST(BlockByteAddress, WordOffsetsTimesFourWithoutWrapping) {
-  EXPECT_EQ(BlockByteAddress(0x2000), 0x8000u);
-  EXPECT_EQ(BlockByteAddress(0x1000), 0x4000u);
-  EXPECT_EQ(BlockByteAddress(0x2880), 0xA200u);
-  EXPECT_EQ(BlockByteAddress(0xFFFFFFFF), 0x3FFFFFFFCull);
+TEST(Report, ProgressLine) {
+  EXPECT_EQ(ProgressText("DEM", 131072, 262144, 2.0),
+            "DEM: 131072 of 262144 words sent (50%), 65536 words/s");
+  EXPECT_EQ(ProgressText("RS", 10, 0, 0.0), "RS: 10 words sent, 0 words/s");
 }
 
 }  // namespace

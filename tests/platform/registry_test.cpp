@@ -3,18 +3,18 @@
 // never see each other's values; every value written is deleted again.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "platform/os.h"
-#include "platform_test_util.h"
+#include "test_env.h"
 
 namespace tvx::os {
 namespace {
 
+using Bytes = std::vector<uint8_t>;
 constexpr const char* kKey = "SOFTWARE\\torvixe-tests\\platform";
 
 class Registry : public ::testing::Test {
@@ -22,24 +22,23 @@ class Registry : public ::testing::Test {
   void TearDown() override {
     for (const auto& [path, name] : written_) EXPECT_TRUE(DeleteRegistryValue(path.c_str(), name.c_str()));
   }
-  std::string Write(const std::string& stem, const std::vector<uint8_t>& bytes, const char* path = kKey) {
+  std::string Write(const std::string& stem, const Bytes& bytes, const std::string& path = kKey) {
     const std::string name = stem + "-" + nonce_;
-    EXPECT_TRUE(WriteRegistryValue(path, name.c_str(), bytes.data(), static_cast<uint32_t>(bytes.size())));
+    EXPECT_TRUE(WriteRegistryValue(path.c_str(), name.c_str(), bytes.data(), uint32_t(bytes.size())));
     written_.emplace_back(path, name);
     return name;
   }
-  // Reads through a freshly opened key, as the library does.
-  bool Read(const std::string& name, std::vector<uint8_t>* out, uint32_t room, const char* path = kKey) {
-    RegistryKey* key = OpenRegistryKey(path);
+  // Reads through a freshly opened key, as the library does; "refused" when the read fails.
+  static std::string Read(const std::string& name, uint32_t room, const std::string& path = kKey) {
+    RegistryKey* key = OpenRegistryKey(path.c_str());
     EXPECT_NE(key, nullptr);
-    if (key == nullptr) return false;
-    out->assign(room + 1, 0xEE);   // one guard byte past the room
+    if (key == nullptr) return "no key";
+    Bytes out(room + 1, 0xEE);   // one guard byte past the room
     uint32_t size = room;
-    const bool ok = QueryRegistryValue(key, name.c_str(), out->data(), &size);
+    const bool ok = QueryRegistryValue(key, name.c_str(), out.data(), &size);
     CloseRegistryKey(key);
-    EXPECT_EQ((*out)[room], 0xEE) << "wrote past the room";
-    if (ok) out->resize(size);
-    return ok;
+    EXPECT_EQ(out[room], 0xEE) << "wrote past the room";
+    return ok ? std::string(out.begin(), out.begin() + size) : "refused";
   }
 
   test::TempDir tree_;
@@ -49,56 +48,31 @@ class Registry : public ::testing::Test {
 };
 
 TEST_F(Registry, ReadsValuesThatFitAndRefusesLongerOnes) {
-  struct Case {
+  const struct {
     const char* stem;
-    std::vector<uint8_t> bytes;
+    Bytes bytes;
     uint32_t room;
-    bool ok;
+    const char* read;
+  } cases[] = {
+      {"dword", {'x', 'V', '4', 0x12}, 4, "xV4\x12"},
+      {"shorter", {'a', 'b', 'c'}, 16, "abc"},
+      {"empty", {}, 4, ""},
+      {"longer", {1, 2, 3, 4, 5, 6, 7, 8}, 4, "refused"},
+      {"one-over", {1, 2, 3, 4, 5}, 4, "refused"},
   };
-  const Case cases[] = {
-      {"dword", {0x78, 0x56, 0x34, 0x12}, 4, true},
-      {"shorter", {1, 2, 3}, 16, true},
-      {"empty", {}, 4, true},
-      {"longer", {1, 2, 3, 4, 5, 6, 7, 8}, 4, false},
-      {"one-over", {1, 2, 3, 4, 5}, 4, false},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.stem);
-    const std::string name = Write(c.stem, c.bytes);
-    std::vector<uint8_t> got;
-    ASSERT_EQ(Read(name, &got, c.room), c.ok);
-    if (c.ok) {
-      EXPECT_EQ(got, c.bytes);
-    }
-  }
-}
-
-TEST_F(Registry, MissingKeyOrValueIsNotRead) {
+  for (const auto& c : cases) EXPECT_EQ(Read(Write(c.stem, c.bytes), c.room), c.read) << c.stem;
+  EXPECT_EQ(Read(Write("shorter", {'z'}), 16), "z") << "an overwrite replaces the whole value";
+  EXPECT_EQ(Read("absent-" + nonce_, 4), "refused");
   EXPECT_EQ(OpenRegistryKey(("SOFTWARE\\torvixe-tests\\absent-" + nonce_).c_str()), nullptr);
-  // Registry names are not paths: ".." must not reach outside the tree.
-  EXPECT_EQ(OpenRegistryKey("SOFTWARE\\..\\.."), nullptr);
-  Write("present", {1});
-  std::vector<uint8_t> got;
-  EXPECT_FALSE(Read("absent-" + nonce_, &got, 4));
-}
-
-TEST_F(Registry, OverwriteReplacesTheWholeValue) {
-  const std::string name = Write("rewritten", {1, 2, 3, 4, 5, 6, 7, 8});
-  Write("rewritten", {9, 9});
-  std::vector<uint8_t> got;
-  ASSERT_TRUE(Read(name, &got, 8));
-  EXPECT_EQ(got, (std::vector<uint8_t>{9, 9}));
+  EXPECT_EQ(OpenRegistryKey("SOFTWARE\\..\\.."), nullptr) << "names are not paths";
 }
 
 TEST_F(Registry, WriteCreatesNestedKeysAndDeleteIsIdempotent) {
   const std::string nested = std::string(kKey) + "\\Nested\\Deeper";
-  const std::string name = Write("nested", {7}, nested.c_str());
-  std::vector<uint8_t> got;
-  ASSERT_TRUE(Read(name, &got, 1, nested.c_str()));
-  EXPECT_EQ(got, std::vector<uint8_t>{7});
-
+  const std::string name = Write("nested", {7}, nested);
+  EXPECT_EQ(Read(name, 1, nested), "\x07");
   EXPECT_TRUE(DeleteRegistryValue(nested.c_str(), name.c_str()));
-  EXPECT_FALSE(Read(name, &got, 1, nested.c_str()));
+  EXPECT_EQ(Read(name, 1, nested), "refused");
   EXPECT_TRUE(DeleteRegistryValue(nested.c_str(), name.c_str())) << "already absent";
   EXPECT_TRUE(DeleteRegistryValue(("SOFTWARE\\torvixe-tests\\absent-" + nonce_).c_str(), "x"));
 }
@@ -109,14 +83,11 @@ TEST_F(Registry, PosixValueIsAFileOfRawBytesUnderTheKeyPath) {
   const auto dir = tree_.path() / "SYSTEM" / "CurrentControlSet" / "Services" / "zarim" / "Parameters";
   std::filesystem::create_directories(dir);
   std::ofstream(dir / "Boards", std::ios::binary).write("\x02\x00\x00\x00", 4);
-  std::vector<uint8_t> got;
-  ASSERT_TRUE(Read("Boards", &got, 4, "SYSTEM\\CurrentControlSet\\Services\\zarim\\Parameters"));
-  EXPECT_EQ(got, (std::vector<uint8_t>{2, 0, 0, 0}));
-
+  EXPECT_EQ(Read("Boards", 4, "SYSTEM\\CurrentControlSet\\Services\\zarim\\Parameters"),
+            std::string("\x02\x00\x00\x00", 4));
   const std::string name = Write("layout", {0xAB, 0xCD});
   std::ifstream file(tree_.path() / "SOFTWARE" / "torvixe-tests" / "platform" / name, std::ios::binary);
-  const std::string bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-  EXPECT_EQ(bytes, "\xAB\xCD");
+  EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "\xAB\xCD");
 }
 
 }  // namespace

@@ -6,9 +6,7 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <deque>
-#include <filesystem>
-#include <random>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -18,8 +16,7 @@
 #include "test_env.h"
 #include "zarimsim.h"
 
-// The IO library's exports, declared with the types the binding calls them through (the
-// library checks its definitions against the same types).
+// The IO library's exports, with the types the binding calls them through.
 extern "C" {
 tvx::zarimio::Handle ZARIM_Open(uint8_t index);
 int32_t ZARIM_Close(tvx::zarimio::Handle device);
@@ -46,14 +43,18 @@ inline std::ostream& operator<<(std::ostream& os, const zsim_access& a) {
 
 namespace zsim_test {
 
+using tvx::test::OnWindows;
+using tvx::test::ScopedEnv;
+using tvx::test::TempDir;
 using tvx::zarimio::BarInfo;
 using tvx::zarimio::BufferDescriptor;
-using tvx::zarimio::ChannelProgress;
 using tvx::zarimio::Handle;
 using tvx::zarimio::InterruptInfo;
 using tvx::zarimio::kInvalidHandle;
 using tvx::zarimio::MemoryMapInfo;
 using tvx::zarimio::PortRequest;
+using Trace = std::vector<zsim_access>;
+constexpr uint32_t kBadParameter = 87, kBusy = 170, kNotReady = 21, kBadHandle = 6;
 
 // zsim_get as a string; "<null>" when the board answers NULL.
 inline std::string Get(unsigned board, const char* key) {
@@ -62,30 +63,24 @@ inline std::string Get(unsigned board, const char* key) {
 }
 
 // The whole trace of a board (below trace.max, every entry is still held).
-inline std::vector<zsim_access> Trace(unsigned board) {
-  std::vector<zsim_access> out(zsim_trace(board, nullptr, 0));
+inline Trace TraceOf(unsigned board) {
+  Trace out(zsim_trace(board, nullptr, 0));
   zsim_trace(board, out.data(), out.size());
   return out;
 }
-
-using tvx::test::Nonce;
-using tvx::test::OnWindows;
-using tvx::test::ScopedEnv;
-using tvx::test::TempDir;
 
 // The driver's service key with the given values (absent ones are removed) for the scope: on
 // POSIX in a private tree, on Windows in the real key, cleaned up afterwards.
 class ScopedDriverParameters {
  public:
-  ScopedDriverParameters(const uint32_t* channels, const uint32_t* buffers)
-      : env_("TORVIXE_REGISTRY", dir_.path().string()) {
+  ScopedDriverParameters(const uint32_t* channels, const uint32_t* buffers) {
     tvx::ServiceKeyPath("zarim", path_, sizeof path_);
     Put("CHCount", channels);
     Put("BuffersPerCH", buffers);
   }
   ~ScopedDriverParameters() {
-    tvx::os::DeleteRegistryValue(path_, "CHCount");
-    tvx::os::DeleteRegistryValue(path_, "BuffersPerCH");
+    Put("CHCount", nullptr);
+    Put("BuffersPerCH", nullptr);
   }
 
  private:
@@ -94,12 +89,12 @@ class ScopedDriverParameters {
       tvx::os::DeleteRegistryValue(path_, name);
       return;
     }
-    const uint8_t bytes[4] = {uint8_t(*value), uint8_t(*value >> 8), uint8_t(*value >> 16),
-                              uint8_t(*value >> 24)};
-    ASSERT_TRUE(tvx::os::WriteRegistryValue(path_, name, bytes, sizeof bytes)) << name;
+    const uint8_t le[4] = {uint8_t(*value), uint8_t(*value >> 8), uint8_t(*value >> 16),
+                           uint8_t(*value >> 24)};
+    ASSERT_TRUE(tvx::os::WriteRegistryValue(path_, name, le, sizeof le)) << name;
   }
   TempDir dir_;
-  ScopedEnv env_;
+  ScopedEnv env_{"TORVIXE_REGISTRY", dir_.str()};
   char path_[256];
 };
 
@@ -118,18 +113,12 @@ class SimTest : public ::testing::Test {
 };
 
 // A board opened and mapped as the library's bring-up does it; closed at the end of the scope.
-class OpenBoard {
- public:
-  explicit OpenBoard(uint8_t index = 0, bool map_memory = true, bool map_bar = true)
-      : index_(index) {
+struct OpenBoard {
+  explicit OpenBoard(uint8_t index = 0, bool map_memory = true, bool map_bar = true) {
     handle = ZARIM_Open(index);
     EXPECT_NE(handle, kInvalidHandle) << "open of board " << int(index);
-    if (map_memory) {
-      EXPECT_EQ(ZARIM_MemoryMap(handle, &memory), 0);
-    }
-    if (map_bar) {
-      EXPECT_EQ(ZARIM_BARMap(handle, &bar), 0);
-    }
+    EXPECT_TRUE(!map_memory || ZARIM_MemoryMap(handle, &memory) == 0);
+    EXPECT_TRUE(!map_bar || ZARIM_BARMap(handle, &bar) == 0);
   }
   ~OpenBoard() {
     if (handle != kInvalidHandle) ZARIM_Close(handle);
@@ -141,22 +130,20 @@ class OpenBoard {
   volatile uint32_t& Reg(uint32_t address) const {
     return *reinterpret_cast<volatile uint32_t*>(uintptr_t(bar.user_address) + address);
   }
-  uint8_t index() const { return index_; }
+  const BufferDescriptor* Descriptors() const {
+    return reinterpret_cast<const BufferDescriptor*>(uintptr_t(memory.descriptors));
+  }
 
   Handle handle = kInvalidHandle;
   MemoryMapInfo memory{};
   BarInfo bar{};
-
- private:
-  uint8_t index_;
 };
 
-// Runs one test of this program in a fresh process (the DISABLED_ tests are meant for that)
-// and returns its exit status: 0 when it passed. The child inherits the environment.
+// Runs one DISABLED_ test of this program in a fresh process; 0 when it passed.
 inline int RunInChildProcess(const std::string& test) {
-  const std::string self = ::testing::internal::GetArgvs().at(0);
-  const std::string command = "\"" + self + "\" --gtest_also_run_disabled_tests" +
-                              " --gtest_brief=1 --gtest_catch_exceptions=0 --gtest_filter=" + test;
+  const std::string command = "\"" + ::testing::internal::GetArgvs().at(0) +
+                              "\" --gtest_also_run_disabled_tests --gtest_brief=1"
+                              " --gtest_catch_exceptions=0 --gtest_filter=" + test;
   return std::system(command.c_str());
 }
 

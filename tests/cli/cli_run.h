@@ -1,0 +1,53 @@
+// Runs the built CLI through the shell exactly as a user runs it, from the test's directory
+// where the CLI, the library and zarimio all sit.
+#pragma once
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+namespace cli_e2e {
+
+struct CliResult {
+  int status;
+  std::string out;
+  std::string err;
+};
+
+// A captured stream with Windows line ends (CR LF) made plain.
+inline std::string Slurp(const char* path) {
+  std::ostringstream text;
+  text << std::ifstream(path, std::ios::binary).rdbuf();
+  std::string lf;
+  for (char c : text.str())
+    if (c != '\r') lf += c;
+  return lf;
+}
+
+inline CliResult RunCli(const std::string& args) {
+  const std::string file = TVX_CLI_FILE;
+  // cmd.exe finds a program in the current directory and reads '/' as a switch; POSIX shells
+  // need the "./".
+  const bool windows = file.size() > 4 && file.compare(file.size() - 4, 4, ".exe") == 0;
+  const std::string command =
+      (windows ? "" : "./") + file + " " + args + " >cli_e2e_out.txt 2>cli_e2e_err.txt";
+  int status = std::system(command.c_str());
+  // POSIX returns a wait status (exit code in the second byte); Windows the exit code itself.
+  if (status > 255 && (status & 0xFF) == 0) status >>= 8;
+  return {status, Slurp("cli_e2e_out.txt"), Slurp("cli_e2e_err.txt")};
+}
+
+inline bool Has(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+// The line of `text` that starts with `prefix`, or "".
+inline std::string LineStarting(const std::string& text, const std::string& prefix) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);)
+    if (line.compare(0, prefix.size(), prefix) == 0) return line;
+  return "";
+}
+
+}  // namespace cli_e2e
