@@ -7,10 +7,10 @@
 
 #include <cstdio>
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
+#include "time_reporter.h"
 #include "torvixe.h"
 #include "zarimsim.h"
 
@@ -44,21 +44,6 @@ void BM_Load1MiBPassive(benchmark::State& state) { Load(state, "passive"); }
 BENCHMARK(BM_Load1MiBTrapped)->Unit(benchmark::kMillisecond)->Iterations(3)->UseRealTime();
 BENCHMARK(BM_Load1MiBPassive)->Unit(benchmark::kMillisecond)->Iterations(5)->UseRealTime();
 
-class TimeReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) ms_[run.benchmark_name()] = run.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-  double ms(const std::string& name) const {
-    auto it = ms_.find(name);
-    return it == ms_.end() ? 0 : it->second;
-  }
-
- private:
-  std::map<std::string, double> ms_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -74,8 +59,8 @@ int main(int argc, char** argv) {
   ReleaseDeviceInstance(&board);
   std::remove(kImage);
 
-  const double trap = reporter.ms("BM_Load1MiBTrapped/iterations:3/real_time");
-  const double passive = reporter.ms("BM_Load1MiBPassive/iterations:5/real_time");
+  const double trap = reporter.time("BM_Load1MiBTrapped/iterations:3/real_time");
+  const double passive = reporter.time("BM_Load1MiBPassive/iterations:5/real_time");
   if (trap > 0 && passive > 0)
     std::printf("\n1 MiB image: %.0f ms trapped, %.0f ms passive (of which %.0f ms are the fixed "
                 "pauses): %.1f us per trapped data word\n",

@@ -4,9 +4,9 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
-#include <map>
 #include <string>
 
+#include "time_reporter.h"
 #include "torvixe.h"
 #include "zarimsim.h"
 
@@ -20,29 +20,24 @@ void SetMode(const char* mode) {
   zsim_set(0, "trace.max", "1");
 }
 
-void BM_ReadTrapped(benchmark::State& state) {
-  SetMode("trap");
-  PortAccess access{0x8000, 0};
-  for (auto _ : state) benchmark::DoNotOptimize(_devinp(&board, &access));
+// One raw register access through the export, read (DEM word 0) or write (DEM word 22); the
+// direction is a template argument so that the measured loop holds nothing but the call.
+template <bool kWrite>
+void Access(benchmark::State& state, const char* mode) {
+  SetMode(mode);
+  PortAccess access{kWrite ? 0x8058u : 0x8000u, 5};
+  for (auto _ : state) {
+    if constexpr (kWrite)
+      benchmark::DoNotOptimize(_devoutp(&board, &access));
+    else
+      benchmark::DoNotOptimize(_devinp(&board, &access));
+  }
 }
 
-void BM_WriteTrapped(benchmark::State& state) {
-  SetMode("trap");
-  PortAccess access{0x8058, 5};
-  for (auto _ : state) benchmark::DoNotOptimize(_devoutp(&board, &access));
-}
-
-void BM_ReadPassive(benchmark::State& state) {
-  SetMode("passive");
-  PortAccess access{0x8000, 0};
-  for (auto _ : state) benchmark::DoNotOptimize(_devinp(&board, &access));
-}
-
-void BM_WritePassive(benchmark::State& state) {
-  SetMode("passive");
-  PortAccess access{0x8058, 5};
-  for (auto _ : state) benchmark::DoNotOptimize(_devoutp(&board, &access));
-}
+void BM_ReadTrapped(benchmark::State& state) { Access<false>(state, "trap"); }
+void BM_WriteTrapped(benchmark::State& state) { Access<true>(state, "trap"); }
+void BM_ReadPassive(benchmark::State& state) { Access<false>(state, "passive"); }
+void BM_WritePassive(benchmark::State& state) { Access<true>(state, "passive"); }
 
 void BM_BareLoad(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(plain_word);
@@ -54,22 +49,6 @@ BENCHMARK(BM_ReadPassive);
 BENCHMARK(BM_WritePassive);
 BENCHMARK(BM_BareLoad);
 
-// Keeps each benchmark's time per iteration so the ratios come from this run.
-class RatioReporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& runs) override {
-    for (const Run& run : runs) ns_[run.benchmark_name()] = run.GetAdjustedRealTime();
-    ConsoleReporter::ReportRuns(runs);
-  }
-  double ns(const std::string& name) const {
-    auto it = ns_.find(name);
-    return it == ns_.end() ? 0 : it->second;
-  }
-
- private:
-  std::map<std::string, double> ns_;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -78,14 +57,14 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "bring-up failed: %s\n", GetErrorMessage());
     return 1;
   }
-  RatioReporter reporter;
+  TimeReporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
   SetMode("trap");
   ReleaseDeviceInstance(&board);
 
-  double read_trap = reporter.ns("BM_ReadTrapped"), read_passive = reporter.ns("BM_ReadPassive");
-  double write_trap = reporter.ns("BM_WriteTrapped"), write_passive = reporter.ns("BM_WritePassive");
-  double bare = reporter.ns("BM_BareLoad");
+  double read_trap = reporter.time("BM_ReadTrapped"), read_passive = reporter.time("BM_ReadPassive");
+  double write_trap = reporter.time("BM_WriteTrapped"), write_passive = reporter.time("BM_WritePassive");
+  double bare = reporter.time("BM_BareLoad");
   if (read_passive > 0 && write_passive > 0 && bare > 0) {
     std::printf("\none trapped read:  %8.0f ns  (%.0fx a passive read)\n", read_trap, read_trap / read_passive);
     std::printf("one trapped write: %8.0f ns  (%.0fx a passive write)\n", write_trap, write_trap / write_passive);
