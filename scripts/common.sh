@@ -5,19 +5,22 @@ windows_build="$root/build/windows"
 asan_build="$root/build/asan"
 jobs=$(nproc 2>/dev/null || echo 2)
 
-# ensure_packages "command-or-path:package" ... — installs the packages whose command or file
-# is missing (apt-get, when run as root), or says what to install.
+# probe_present PROBE — a command name, or an absolute path (a glob is allowed) that must exist.
+probe_present() {
+  if [[ $1 == /* ]]; then
+    compgen -G "$1" >/dev/null
+  else
+    command -v "$1" >/dev/null 2>&1
+  fi
+}
+
+# ensure_packages "probe:package" ... — installs the packages whose probe is missing (apt-get,
+# when run as root), then checks every probe again, so that a package that does not provide
+# what was probed for is named here rather than showing up later as a test that cannot run.
 ensure_packages() {
-  local missing=()
-  local item probe pkg
+  local missing=() item
   for item in "$@"; do
-    probe=${item%%:*}
-    pkg=${item#*:}
-    if [[ $probe == /* ]]; then
-      [[ -e $probe ]] || missing+=("$pkg")
-    else
-      command -v "$probe" >/dev/null 2>&1 || missing+=("$pkg")
-    fi
+    probe_present "${item%%:*}" || missing+=("${item#*:}")
   done
   ((${#missing[@]} == 0)) && return 0
   if [[ $(id -u) -eq 0 ]] && command -v apt-get >/dev/null 2>&1; then
@@ -30,12 +33,20 @@ ensure_packages() {
     echo "Install them (as root: apt-get install ${missing[*]}) and run this again." >&2
     return 1
   fi
+  local still=()
+  for item in "$@"; do
+    probe_present "${item%%:*}" || still+=("${item%%:*} (package ${item#*:})")
+  done
+  ((${#still[@]} == 0)) && return 0
+  echo "Still missing after the install: ${still[*]}" >&2
+  return 1
 }
 
 linux_tools=(cmake:cmake ninja:ninja-build g++:g++ pkg-config:pkg-config
   /usr/include/gtest/gtest.h:libgtest-dev /usr/include/gmock/gmock.h:libgmock-dev
   /usr/include/benchmark/benchmark.h:libbenchmark-dev)
-windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine64
+# The test programs run under the command `wine` (package wine, which brings wine64 along).
+windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine wine64:wine64
   /usr/src/googletest/CMakeLists.txt:googletest)
 
 configure_linux() {
