@@ -45,8 +45,9 @@ ensure_packages() {
 linux_tools=(cmake:cmake ninja:ninja-build g++:g++ pkg-config:pkg-config
   /usr/include/gtest/gtest.h:libgtest-dev /usr/include/gmock/gmock.h:libgmock-dev
   /usr/include/benchmark/benchmark.h:libbenchmark-dev)
-# The test programs run under the command `wine` (package wine, which brings wine64 along).
-windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine wine64:wine64
+# The test programs run under the command `wine` (package wine); its 64-bit loader comes with
+# the package wine64.
+windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine /usr/lib/wine/wine64:wine64
   /usr/src/googletest/CMakeLists.txt:googletest)
 
 configure_linux() {
