@@ -68,14 +68,14 @@ TORVIXE_API int32_t SimulatorControl(DeviceId* id, const uint32_t* control) {
   return 0;
 }
 
-// A frequency or rate the registers cannot hold is refused with the module's code and text
-// (nothing is written); every other one gives 0.
+// Both always answer 0 and leave LastErrorText alone: every finite value is made to fit its
+// register (see cSimulator), and a value that names no frequency or rate at all writes
+// nothing, its reason kept in the module's own text.
 TORVIXE_API int32_t SimulatorSetCarrier(DeviceId* id, const double* hz) {
   ExportCall call(id, kSimulatorSetCarrier);
   cSimulator* simulator = call.Module<cSimulator>(Slot::Simulator);
   if (!simulator || !hz) return call.Null();
-  if (const int32_t code = simulator->SetSimCarrier(*hz); code != 0)
-    return call.Fail(code, simulator->GetErrorText());
+  simulator->SetSimCarrier(*hz);
   return 0;
 }
 
@@ -83,8 +83,7 @@ TORVIXE_API int32_t SimulatorSetTiming(DeviceId* id, const double* sps) {
   ExportCall call(id, kSimulatorSetTiming);
   cSimulator* simulator = call.Module<cSimulator>(Slot::Simulator);
   if (!simulator || !sps) return call.Null();
-  if (const int32_t code = simulator->SetSimRate(*sps); code != 0)
-    return call.Fail(code, simulator->GetErrorText());
+  simulator->SetSimRate(*sps);
   return 0;
 }
 

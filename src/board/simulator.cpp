@@ -1,5 +1,6 @@
 #include "board/simulator.h"
 
+#include <algorithm>
 #include <cinttypes>
 #include <cmath>
 #include <memory>
@@ -16,6 +17,7 @@ namespace {
 constexpr uint32_t kMaxPatternWords = dem::kSimLengthMask >> dem::kSimWordsShift;
 constexpr double kPhaseScale = 268435456.0;   // 2^28: one turn of the carrier phase
 constexpr double kDividerLimit = 65536.0;     // divider + 1 must not exceed this
+constexpr double kRegisterSpan = 4294967296.0; // 2^32: what a 32-bit register can hold
 
 // What DEM word 26 receives for pattern word i: the index in the high half and the word itself
 // in the low half. The FPGA can place each word by its index, so a lost or repeated write
@@ -65,28 +67,34 @@ void cSimulator::SetSimEnable(uint32_t on) {
   Io->WritePort(Dem(dem::kSimControl), Control);
 }
 
-// A frequency whose word falls outside a signed 32-bit number (or is not a number) is refused:
-// converting it would be undefined, and any word it became would be a wrong carrier.
+// The phase accumulator turns once per 2^28 of the word, and 2^28 divides 2^32: a word reduced
+// modulo 2^32 (the way the 32-bit register holds any wider integer) keeps the phase step modulo
+// one turn, so a carrier outside +-clock still runs as its alias at the sampling clock, which is
+// what sampling that carrier would give. The word is truncated toward zero first, as for every
+// carrier that fits, and reduced in floating point, so no conversion is ever out of range.
+// A frequency that is not a number (or infinite) has no word: nothing is written.
 int32_t cSimulator::SetSimCarrier(double frequency) {
-  const double word = (ReferenceClock - frequency) / ReferenceClock * kPhaseScale + 0.5;
-  if (!(word > -2147483649.0 && word < 2147483648.0)) {
-    Format(Text, "Недопустимая частота имитатора %g Гц", frequency);
+  const double word = std::trunc((ReferenceClock - frequency) / ReferenceClock * kPhaseScale + 0.5);
+  if (!std::isfinite(word)) {
+    Format(Text, "Недопустимая частота имитатора %g Гц: регистр не записан", frequency);
     return kBadValue;
   }
-  Io->WritePort(Dem(dem::kSimCarrier), uint32_t(int32_t(word)));
+  double reduced = std::fmod(word, kRegisterSpan);   // exact, in (-2^32, 2^32)
+  if (reduced < 0) reduced += kRegisterSpan;
+  Io->WritePort(Dem(dem::kSimCarrier), uint32_t(uint64_t(reduced)));
   return 0;
 }
 
-// The divider N = round(clock / rate) - 1 must fit its 16 bits: a rate of 0 (or below, or not
-// a number) would divide by zero, a rate above twice the clock gives N = -1, and a rate below
-// clock / 65536.5 needs more than 16 bits. Each is refused with the control word untouched,
-// rather than written as a divider for some other rate.
+// The divider N = round(clock / rate) - 1 is held to its 16 bits: a rate above twice the clock
+// (infinity included) runs at divider 0, the fastest the simulator makes, and a rate below
+// clock / 65536.5 at divider 65535, the slowest. A rate of 0, below 0 or not a number names
+// no rate at all: nothing is written and the control word keeps its value.
 int32_t cSimulator::SetSimRate(double rate) {
-  const double rounded = ReferenceClock / rate + 0.5;
-  if (!(rate > 0.0) || !(rounded >= 1.0 && rounded < kDividerLimit + 1.0)) {
-    Format(Text, "Недопустимая символьная скорость имитатора %g: делитель вне 0..65535", rate);
+  if (!(rate > 0.0)) {
+    Format(Text, "Недопустимая символьная скорость имитатора %g: регистр не записан", rate);
     return kBadValue;
   }
+  const double rounded = std::clamp(ReferenceClock / rate + 0.5, 1.0, kDividerLimit);
   const uint32_t divider = uint32_t(rounded) - 1;
   Control = (Control & ~dem::kSimDividerMask) | divider | dem::kSimOn;
   Io->WritePort(Dem(dem::kSimControl), Control);

@@ -18,10 +18,12 @@ class cSimulator : public cCommonModule {
   int32_t LoadSimPattern(const char* fileName);
   // Bit 0 of `on` switches the simulator on or off.
   void SetSimEnable(uint32_t on);
-  // 0, or kBadValue (nothing written) for a frequency whose carrier word does not fit.
+  // 0, or kBadValue with the module's text (nothing written) for a frequency that is not a
+  // finite number; every finite one is written, its word reduced to the register's 32 bits.
   int32_t SetSimCarrier(double frequency);
-  // 0, or kBadValue (nothing written) for a rate whose divider does not fit 16 bits. Setting
-  // the rate also switches the simulator on.
+  // 0, or kBadValue with the module's text (nothing written) for a rate that is not above 0;
+  // every other rate is written with its divider held to 16 bits. Setting the rate also
+  // switches the simulator on.
   int32_t SetSimRate(double rate);
 
   static constexpr int32_t kBadValue = 2;
