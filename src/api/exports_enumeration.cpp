@@ -48,16 +48,26 @@ cZARIM* OpenIo(const ExportCall& call, const PortAccess* access, int32_t* refusa
 
 extern "C" {
 
+// Any failure, running out of memory included, counts no device.
 TORVIXE_API uint32_t DeviceSupportedCount(void) {
-  return os::CountDeviceInterfaces(kDriverInterfaceClass);
+  try {
+    return os::CountDeviceInterfaces(kDriverInterfaceClass);
+  } catch (...) {
+    return 0;
+  }
 }
 
 // Needs no created board: the index is the interface's enumeration index. Every call
-// overwrites the one buffer; every failure is the empty string.
+// overwrites the one buffer; every failure is the empty string, running out of memory on the
+// way (the enumeration allocates) included, so nothing is ever thrown out of this C function.
 TORVIXE_API const char* GetFullDeviceName(DeviceId* id) {
   DeviceName[0] = '\0';
-  if (id && !os::DeviceInterfacePath(kDriverInterfaceClass, id->Index, DeviceName, sizeof DeviceName))
+  try {
+    if (id && !os::DeviceInterfacePath(kDriverInterfaceClass, id->Index, DeviceName, sizeof DeviceName))
+      DeviceName[0] = '\0';
+  } catch (...) {
     DeviceName[0] = '\0';
+  }
   return DeviceName;
 }
 

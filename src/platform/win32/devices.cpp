@@ -5,7 +5,8 @@
 
 #include <cstddef>
 #include <cstring>
-#include <vector>
+#include <memory>
+#include <new>
 
 #include "platform/os.h"
 
@@ -67,8 +68,10 @@ bool DeviceInterfacePath(const Guid& cls, uint32_t index, char* out, size_t size
   DWORD required = 0;
   ::SetupDiGetDeviceInterfaceDetailA(set.get(), &iface, nullptr, 0, &required, nullptr);
   if (required < sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A)) return false;
-  std::vector<unsigned char> storage(required);
-  auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(storage.data());
+  // Not a std::vector: running out of memory here is a failure like any other, not a throw.
+  std::unique_ptr<unsigned char[]> storage(new (std::nothrow) unsigned char[required]);
+  if (!storage) return false;
+  auto* detail = reinterpret_cast<SP_DEVICE_INTERFACE_DETAIL_DATA_A*>(storage.get());
   // cbSize is the size of the fixed part, not of the allocation.
   detail->cbSize = sizeof(SP_DEVICE_INTERFACE_DETAIL_DATA_A);
   if (!::SetupDiGetDeviceInterfaceDetailA(set.get(), &iface, detail, required, nullptr, nullptr)) {
