@@ -63,7 +63,7 @@ ZSIM_EXPORT Handle ZARIM_Open(uint8_t index) {
     } else if (board->open) {
       error = zsim::kErrorBusy;
     } else {
-      board->params = tvx::ReadDriverParameters("zarim");
+      board->params = tvx::ReadDriverParameters(tvx::kDriverService);
       error = zsim::CreateDataEvents(*board);
       if (error == 0) {
         board->open = true;
@@ -138,6 +138,7 @@ ZSIM_EXPORT int32_t ZARIM_BARMap(Handle device, void* bar_info) {
     BarInfo info{};
     info.user_address = reinterpret_cast<uintptr_t>(board.bar.base);
     info.size = board.bar.size;
+    info.marker = tvx::zarimio::kBarRecordMarker;
     std::memcpy(bar_info, &info, sizeof info);
     return 0;
   });

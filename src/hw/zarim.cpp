@@ -141,7 +141,9 @@ int32_t cZARIM::BARMap() {
     BarMapped = 0;
     return CallFailure("BARMap", r, "unable to map BAR memory");
   }
-  bar_size_ = BarInfo.size;
+  // Another library's record has its own layout behind the pointer: without our marker no
+  // size is known and addresses go to the mapped BAR unchecked, as they always have.
+  bar_size_ = BarInfo.marker == zarimio::kBarRecordMarker ? BarInfo.size : 0;
   BarMapped = 1;
   return 0;
 }

@@ -98,8 +98,8 @@ class cZARIM : public NTRF {
   int32_t CheckBarAddress(const char* op, uint32_t address);
   int32_t PortFailure(const char* op, int32_t code, const char* text);
   int32_t CallFailure(const char* op, int32_t code, const char* text);
-  // The BAR size the IO library reported (0 when it did not say); addresses beyond it are
-  // refused so that raw access can never reach memory outside the board.
+  // The BAR size our IO library reported in its marked record (0 for any other record);
+  // addresses beyond it are refused so that raw access can never reach memory outside the board.
   uint32_t bar_size_ = 0;
 };
 

@@ -18,12 +18,17 @@ struct PortRequest {
   uint32_t value;
 };
 
-// Filled by ZARIM_BARMap and handed back to ZARIM_BARUnmap.
+// Filled by ZARIM_BARMap and handed back to ZARIM_BARUnmap. Only the first 8 bytes mean the
+// same in every IO library; the vendor's record has its own layout behind them. Our virtual
+// board puts the BAR size into bytes 8-11 and kBarRecordMarker into bytes 12-15, and only a
+// record that carries the marker is trusted for its size.
 struct BarInfo {
   uint64_t user_address;   // where the register BAR is mapped in this process
-  uint32_t size;           // BAR size in bytes; 0 when the library does not say
-  uint8_t reserved[8];
+  uint32_t size;           // our record: BAR size in bytes
+  uint32_t marker;         // our record: kBarRecordMarker
+  uint8_t reserved[4];
 };
+constexpr uint32_t kBarRecordMarker = 0x42585654;   // "TVXB" in memory order
 
 // Filled by ZARIM_MemoryMap: the buffer map handed out by MasterGetBuffers.
 struct MemoryMapInfo {
@@ -58,6 +63,7 @@ struct ChannelProgress {
 
 static_assert(sizeof(PortRequest) == 8);
 static_assert(sizeof(BarInfo) == 20);
+static_assert(offsetof(BarInfo, marker) == 12);
 static_assert(sizeof(MemoryMapInfo) == 20);
 static_assert(sizeof(BufferDescriptor) == 52);
 static_assert(offsetof(BufferDescriptor, user_address) == 4);

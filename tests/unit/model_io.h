@@ -20,6 +20,7 @@ struct IoScript {
   std::vector<std::string> calls;
   void* bar = nullptr;
   uint32_t bar_size = 0;
+  uint32_t bar_marker = zarimio::kBarRecordMarker;
 };
 
 class ModelIo : public cZARIM {
@@ -39,6 +40,7 @@ class ModelIo : public cZARIM {
       auto* bar = static_cast<zarimio::BarInfo*>(info);
       bar->user_address = reinterpret_cast<uintptr_t>(current->bar);
       bar->size = current->bar_size;
+      bar->marker = current->bar_marker;
       return int32_t(0);
     };
     pBarUnmap = [](zarimio::Handle, void*) { return Call("bar_unmap", current->bar_unmap); };

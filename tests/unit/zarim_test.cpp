@@ -62,6 +62,17 @@ TEST_F(BindingTest, AddressesOutsideTheBarOrMisalignedNeverReachMemory) {
   for (int i : {0, 1, 2, 3, 20, 21, 22, 23}) EXPECT_EQ(memory[i], 0xA5A5A5A5u) << i;
 }
 
+// A record without our marker (the vendor's, on hardware) says nothing about the BAR size,
+// whatever its bytes 8-11 hold: every address goes to the mapped BAR as given.
+TEST_F(BindingTest, AForeignBarRecordIsNotCheckedForBounds) {
+  script.bar_marker = 0;
+  script.bar_size = 4;
+  ASSERT_EQ(io.Open(0), 0);
+  ASSERT_EQ(io.BARMap(), 0);
+  EXPECT_EQ(io.WritePort(64, 0x0BADF00D), 0);
+  EXPECT_EQ(memory[4 + 16], 0x0BADF00Du);
+}
+
 // Unmapping what is not mapped calls nothing; a failed BAR unmap keeps the BAR mapped; Close
 // keeps the handle, so a second close calls the library again instead of refusing.
 TEST_F(BindingTest, UnmapAndCloseEdges) {
