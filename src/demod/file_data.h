@@ -3,10 +3,10 @@
 // buffer, closes it and then works from memory.
 //
 // Decisions this file carries for every loader:
-//  - A holder that opened a file it cannot read (a directory, on systems whose runtime opens
-//    one) reports itself as not open, so the loaders give their open-failure text instead of
-//    acting on a nonsensical size.
-//  - Size() answers kUnknownSize when the stream has no size (a pipe); Read() answers the bytes
+//  - Only a regular disk file opens. A FIFO, a device, a console or a directory is refused
+//    without waiting for it (the loaders give their open-failure text), so no name a caller
+//    passes can block a load.
+//  - Size() answers kUnknownSize when the file has no size to go by; Read() answers the bytes
 //    it really got. The loaders treat both as a failure to read the file (their file code and
 //    a read-failure text): a buffer that the file did not fill must never reach the hardware.
 //  - ReadValues() takes the caller's capacity and never stores past it.
@@ -16,7 +16,10 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <new>
+
+#include "platform/stdio_ext.h"
 
 namespace tvx {
 
@@ -47,18 +50,12 @@ void CountBuffer(int delta);
 template <class T>
 class cFileData {
  public:
+  // `mode` is a read mode ("rb", or "rt" for text); the holder only ever reads.
   cFileData(const char* fileName, const char* mode) {
-    if (fileName == nullptr || mode == nullptr) return;
-    file_ = std::fopen(fileName, mode);
-    if (file_ == nullptr) return;
-    // A stream that fails its first read was never a readable file.
-    const int first = std::fgetc(file_);
-    if (first == EOF && std::ferror(file_)) {
-      std::fclose(file_);
-      file_ = nullptr;
+    if (fileName == nullptr || mode == nullptr || mode[0] != 'r' || std::strchr(mode, '+') != nullptr)
       return;
-    }
-    std::rewind(file_);
+    file_ = os::OpenRegularFile(fileName, std::strchr(mode, 't') != nullptr);
+    if (file_ == nullptr) return;
     IsOpen = 1;
     file_data::CountOpen(1);
   }
@@ -69,11 +66,14 @@ class cFileData {
   int32_t is_open() const { return IsOpen; }
 
   // The file's length in bytes (the read position goes back to the start), or kUnknownSize.
+  // A file that reports no length but has content (the files the kernel generates as they are
+  // read) has no size to allocate by: unknown, like a stream without one.
   uint64_t Size() {
     if (!IsOpen) return 0;
     if (!SeekEnd()) return kUnknownSize;
     const int64_t end = Tell();
     if (!Rewind() || end < 0) return kUnknownSize;
+    if (end == 0 && (std::fgetc(file_) != EOF || !Rewind())) return kUnknownSize;
     return static_cast<uint64_t>(end);
   }
 

@@ -85,6 +85,13 @@ TEST_F(Registry, PosixValueIsAFileOfRawBytesUnderTheKeyPath) {
   std::ofstream(dir / "Boards", std::ios::binary).write("\x02\x00\x00\x00", 4);
   EXPECT_EQ(Read("Boards", 4, "SYSTEM\\CurrentControlSet\\Services\\zarim\\Parameters"),
             std::string("\x02\x00\x00\x00", 4));
+  // A FIFO (here a named event's) is refused at once: waiting for a writer would hold up the
+  // board's creation for good.
+  test::ScopedEnv fifos("TORVIXE_RUNTIME_DIR", dir.string());
+  const Event fifo = CreateNamedEvent("CHCount");
+  ASSERT_NE(fifo, nullptr);
+  CloseEvent(fifo);
+  EXPECT_EQ(Read("CHCount", 4, "SYSTEM\\CurrentControlSet\\Services\\zarim\\Parameters"), "refused");
   const std::string name = Write("layout", {0xAB, 0xCD});
   std::ifstream file(tree_.path() / "SOFTWARE" / "torvixe-tests" / "platform" / name, std::ios::binary);
   EXPECT_EQ(std::string(std::istreambuf_iterator<char>(file), {}), "\xAB\xCD");

@@ -11,16 +11,27 @@ namespace {
 using Binary = cFileData<unsigned char>;
 using Numbers = cFileData<double>;
 
-TEST(FileData, OpensOnlyWhatItCanRead) {
+// Only a regular file opens, and nothing a name reaches can make the open wait: a FIFO (on
+// POSIX the named event below is one; on Windows the name reaches nothing) would otherwise
+// wait for a writer forever. A holder only reads.
+TEST(FileData, OpensOnlyRegularFilesAndNeverWaits) {
   Files files;
+  ScopedEnv runtime("TORVIXE_RUNTIME_DIR", files.str());
+  const os::Event event = os::CreateNamedEvent("fifo");
+  ASSERT_NE(event, nullptr);
+  os::CloseEvent(event);   // the FIFO stays, with no writer
   const std::string file = files.Write("a.bin", Bytes({1}));
   const std::string missing = files.Path("missing.bin");
   const std::string directory = files.str();
+  const std::string fifo = files.Path("fifo");
+  const char* device = OnWindows() ? "NUL" : "/dev/null";
   const struct {
     const char *name, *mode;
     int32_t open;
   } cases[] = {{file.c_str(), "rb", 1},    {missing.c_str(), "rb", 0},   {nullptr, "rb", 0},
-               {file.c_str(), nullptr, 0}, {directory.c_str(), "rb", 0}, {"", "rb", 0}};
+               {file.c_str(), nullptr, 0}, {directory.c_str(), "rb", 0}, {"", "rb", 0},
+               {fifo.c_str(), "rb", 0},    {device, "rb", 0},            {file.c_str(), "r+b", 0},
+               {file.c_str(), "wb", 0}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.name ? c.name : "(null)");
     Binary holder(c.name, c.mode);
@@ -31,6 +42,19 @@ TEST(FileData, OpensOnlyWhatItCanRead) {
     EXPECT_EQ(holder.Read(&byte, &count), uint64_t(c.open));
   }
   EXPECT_EQ(file_data::OpenHolders(), 0);
+  EXPECT_EQ(std::filesystem::file_size(file), 1u) << "a write mode must not have truncated it";
+}
+
+// A file that reports no length but has content (as the kernel's generated files do) has no
+// size to go by; an empty file has size 0.
+TEST(FileData, ContentBehindAZeroLengthIsAnUnknownSize) {
+  Files files;
+  Binary empty(files.Write("empty.bin", {}).c_str(), "rb");
+  EXPECT_EQ(empty.Size(), 0u);
+  if (OnWindows()) return;
+  Binary generated("/proc/self/status", "rb");
+  ASSERT_TRUE(generated.is_open());
+  EXPECT_EQ(generated.Size(), kUnknownSize);
 }
 
 // Each read starts at the beginning and reads no more than the file holds. Sizes beyond

@@ -87,7 +87,9 @@ bool QueryRegistryValue(RegistryKey* key, const char* name, void* data, uint32_t
   if (key == nullptr || size == nullptr) return false;
   std::string file;
   if (!ValueFile(key->directory, name, &file)) return false;
-  const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC);
+  // Without O_NONBLOCK a FIFO in the tree would hold the open (and the board's creation) until
+  // some writer came; fstat then refuses everything that is not a plain file.
+  const int fd = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
   if (fd < 0) return false;
   struct stat st{};
   bool ok = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
