@@ -6,6 +6,7 @@
 #include <functional>
 #include <vector>
 
+#include "hw/driver_parameters.h"
 #include "loaders.h"
 #include "i2c_port.h"
 #include "report.h"
@@ -167,6 +168,41 @@ void ShowTemperatures(Session& s, const FieldFailed& failed) {
     failed("FPGA temperature", LastLibraryText());
 }
 
+// The DMA geometry's two registry values as they stand and as the library takes them. A value
+// the library cannot use gives way to its default without a word from the library, and if the
+// driver sized its DMA memory by the value, every descriptor would land in the wrong channel:
+// this is where a user looks, so the difference is spelt out and warned about.
+void ShowDriverParameters() {
+  char path[256];
+  ServiceKeyPath(kDriverService, path, sizeof path);
+  const DriverParameters in_force = ReadDriverParameters(kDriverService);
+  os::RegistryKey* key = os::OpenRegistryKey(path);
+  std::printf("driver parameters (%s%s):\n", path, key ? "" : ", key absent");
+  const struct {
+    const char* name;
+    uint32_t in_force;
+    bool (*accepted)(uint32_t);
+    const char* range;
+  } values[] = {
+      {kChannelCountValue, in_force.channel_count, ChannelCountAccepted, "0 to 255"},
+      {kBuffersPerChannelValue, in_force.buffers_per_channel, BuffersPerChannelAccepted, "1 to 32"}};
+  for (const auto& v : values) {
+    uint8_t bytes[64];
+    uint32_t size = sizeof bytes;
+    const bool present = key && os::QueryRegistryValue(key, v.name, bytes, &size);
+    uint32_t value = 0;
+    std::string read = present ? std::to_string(size) + " bytes (not a 4-byte value)" : "not set";
+    if (key && ReadDword(key, v.name, &value)) read = std::to_string(value);
+    std::printf("  %-13s read: %s, in force: %u\n", v.name, read.c_str(), v.in_force);
+    if (present && (size != 4 || !v.accepted(value)))
+      PrintError("warning: " + std::string(v.name) + ": the registry holds " + read +
+                 ", which the library does not take (a 4-byte value from " + v.range +
+                 "); it uses " + std::to_string(v.in_force) + " instead, so a driver that sized " +
+                 "its DMA memory by the registry does not agree with it");
+  }
+  if (key) os::CloseRegistryKey(key);
+}
+
 int RunInfo(Session& s) {
   std::string failure;
   if (!s.BringUp(&failure)) {
@@ -219,6 +255,7 @@ int RunInfo(Session& s) {
   ShowIdentity(s, field_failed);
   ShowLConvertorIdentity(s, field_failed);
   ShowTemperatures(s, field_failed);
+  ShowDriverParameters();
   return status;
 }
 

@@ -6,6 +6,7 @@
 #include "board/ram.h"
 #include "board/sensor.h"
 #include "board/simulator.h"
+#include "hw/driver_parameters.h"
 #include "hw/regs.h"
 #include "hw/text.h"
 
@@ -48,7 +49,7 @@ M* cBoard::Build(Slot slot, Args&&... args) {
 }
 
 void cBoard::BringUp() {
-  MasterCfg = new cMasterCfg("zarim");
+  MasterCfg = new cMasterCfg(kDriverService);
 
   Io = io_factory();
   if (!Io->library_complete()) {

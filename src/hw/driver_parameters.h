@@ -17,6 +17,12 @@ constexpr uint32_t kDefaultBuffersPerChannel = 4;
 constexpr uint32_t kMaxChannelCount = 255;
 constexpr uint32_t kMaxBuffersPerChannel = 32;
 
+constexpr const char* kChannelCountValue = "CHCount";
+constexpr const char* kBuffersPerChannelValue = "BuffersPerCH";
+constexpr const char* kDriverService = "zarim";
+inline bool ChannelCountAccepted(uint32_t v) { return v <= kMaxChannelCount; }
+inline bool BuffersPerChannelAccepted(uint32_t v) { return v >= 1 && v <= kMaxBuffersPerChannel; }
+
 struct DriverParameters {
   uint32_t buffers_per_channel = kDefaultBuffersPerChannel;
   uint32_t channel_count = kDefaultChannelCount;
@@ -44,8 +50,8 @@ inline DriverParameters ReadDriverParameters(const char* service) {
   os::RegistryKey* key = os::OpenRegistryKey(path);
   if (!key) return p;
   uint32_t v;
-  if (ReadDword(key, "CHCount", &v) && v <= kMaxChannelCount) p.channel_count = v;
-  if (ReadDword(key, "BuffersPerCH", &v) && v >= 1 && v <= kMaxBuffersPerChannel)
+  if (ReadDword(key, kChannelCountValue, &v) && ChannelCountAccepted(v)) p.channel_count = v;
+  if (ReadDword(key, kBuffersPerChannelValue, &v) && BuffersPerChannelAccepted(v))
     p.buffers_per_channel = v;
   os::CloseRegistryKey(key);
   return p;
