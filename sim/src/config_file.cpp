@@ -7,11 +7,13 @@
 //   slot = 9             keys of board 1
 //
 // Lines apply in order; the first refused line stops the load and its number is returned.
-#include <fstream>
+#include <cstdio>
+#include <sstream>
 #include <string>
 
 #include "board.h"
 #include "keys.h"
+#include "platform/stdio_ext.h"
 
 namespace zsim {
 
@@ -62,11 +64,19 @@ bool Apply(int section, const std::string& key, const std::string& value) {
 }  // namespace
 
 int LoadConfigFile(const char* path) {
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return -1;
+  // Only a regular file: a FIFO or a device named here must not hold up the board's start.
+  std::FILE* file = tvx::os::OpenRegularFile(path, false);
+  if (file == nullptr) return -1;
+  std::string text;
+  char chunk[4096];
+  for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;) text.append(chunk, n);
+  const bool failed = std::ferror(file) != 0;
+  std::fclose(file);
+  if (failed) return -1;
+  std::istringstream lines(text);
   int section = kGlobalSection;
   std::string raw;
-  for (int number = 1; std::getline(file, raw); ++number) {
+  for (int number = 1; std::getline(lines, raw); ++number) {
     const std::string line = Trim(StripComment(raw));
     if (line.empty()) continue;
     if (line.front() == '[') {
@@ -78,7 +88,7 @@ int LoadConfigFile(const char* path) {
     const std::string key = Trim(line.substr(0, equals));
     if (key.empty() || !Apply(section, key, Trim(line.substr(equals + 1)))) return number;
   }
-  return file.bad() ? -1 : 0;
+  return 0;
 }
 
 }  // namespace zsim
