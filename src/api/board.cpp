@@ -9,6 +9,9 @@
 #include "hw/driver_parameters.h"
 #include "hw/regs.h"
 #include "hw/text.h"
+#include "stream/channel_controls.h"
+#include "stream/data_channel.h"
+#include "stream/master.h"
 
 namespace tvx {
 
@@ -70,9 +73,22 @@ void cBoard::BringUp() {
   SampleClock = kDefaultSampleClock;
 
   Build<cPLL>(Slot::Pll);
+  Build<cIQCHCtrl>(Slot::IqChCtrl);
+  Build<cDMDCHCtrl>(Slot::DmdChCtrl);
+  Build<cDMA3CHCtrl>(Slot::Dma3ChCtrl);
   Build<cSensor>(Slot::Sensor);
+  Build<cMasterE>(Slot::Master);
   Build<cSimulator>(Slot::Simulator, SampleClock);
   Build<cCircuitResetE>(Slot::CircuitReset);
+
+  // One channel object per configured channel; the array is counted as it fills, so the
+  // destructor releases exactly what was built even if an allocation throws half-way.
+  const uint32_t channels = MasterCfg->GetCHCount();
+  DataChannels = new cDataChannel*[channels]();
+  for (uint32_t c = 0; c < channels; ++c) {
+    DataChannels[c] = new cDataChannel(uint8_t(Index), uint8_t(c), Io, MasterCfg);
+    DataChannelCount = c + 1;
+  }
 }
 
 bool cBoard::BringUpIo() {
@@ -111,6 +127,10 @@ cBoard::~cBoard() {
     delete Modules[size_t(slot)];
     Modules[size_t(slot)] = nullptr;
   }
+  for (uint32_t c = 0; c < DataChannelCount; ++c) delete DataChannels[c];
+  delete[] DataChannels;
+  DataChannels = nullptr;
+  DataChannelCount = 0;
   if (Io) {
     // An incomplete binding never opened anything and has no functions to call.
     if (Io->library_complete()) ReleaseIo();

@@ -35,6 +35,8 @@ namespace test {
 class BoardSlots;
 }
 
+class cDataChannel;
+
 class cBoard {
  public:
   explicit cBoard(uint8_t index) : Index(index) {}
@@ -48,6 +50,10 @@ class cBoard {
   template <class M>
   M* Get(Slot slot) const {
     return static_cast<M*>(Modules[size_t(slot)]);
+  }
+  // The channel object, or null for a channel number at or beyond the channels built.
+  cDataChannel* DataChannel(uint32_t channel) const {
+    return channel < DataChannelCount ? DataChannels[channel] : nullptr;
   }
 
   uint32_t Index = 0;
@@ -67,6 +73,8 @@ class cBoard {
   M* Build(Slot slot, Args&&... args);
 
   std::array<cCommonModule*, size_t(Slot::Count)> Modules{};
+  cDataChannel** DataChannels = nullptr;
+  uint32_t DataChannelCount = 0;
 };
 
 }  // namespace tvx

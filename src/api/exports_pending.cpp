@@ -16,27 +16,6 @@ using namespace tvx;
 extern "C" {
 
 TVX_PENDING(Counters, "Counters", CountersRecord*)
-TVX_PENDING(MasterGetBuffers, "MasterGetBuffers", BufferMap*)
-TVX_PENDING(MasterLoad, "MasterLoad", const BufferMap*)
-TVX_PENDING(MasterStart, "MasterStart", const uint32_t*)
-TVX_PENDING(MasterStop, "MasterStop")
-TVX_PENDING(MasterGetInterruptInfo, "MasterGetInterruptInfo", InterruptRecord*)
-
-// A missing channel object answers 1 with the channel named in the message.
-TORVIXE_API int32_t ReadChannelData(DeviceId* id, uint32_t channel, uint8_t*, uint32_t, uint32_t*,
-                                    uint32_t) {
-  if (!id) {
-    SetLastErrorText("%s ChannelID %u: %s", "ReadChannelData", unsigned(channel), kNullText);
-    return 1;
-  }
-  SetLastErrorText("%s [%d] ChannelID %d: %s", "ReadChannelData", int(id->Index), int(channel),
-                   kNullText);
-  return 1;
-}
-
-TVX_PENDING(IQControl, "IQControl", const uint32_t*)
-TVX_PENDING(DMDControl, "DMDControl", const uint32_t*)
-TVX_PENDING(DMA3CHControl, "DMA3CHControl", const uint32_t*)
 TVX_PENDING(ISOCVRTSetTiming, "ISOCVRTSetTiming", const float*, const float*)
 TVX_PENDING(ISOCVRTGetLoading, "ISOCVRTGetLoading", uint32_t*)
 TVX_PENDING(GetLConvertorType, "GetLConvertorType", uint8_t*)

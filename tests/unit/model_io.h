@@ -21,6 +21,10 @@ struct IoScript {
   void* bar = nullptr;
   uint32_t bar_size = 0;
   uint32_t bar_marker = zarimio::kBarRecordMarker;
+  // What MemoryMap and GetInterruptInfo hand out; a nonzero interrupt_info fails the call.
+  zarimio::MemoryMapInfo memory_map_info{};
+  zarimio::InterruptInfo interrupt_record{};
+  uint32_t interrupt_info = 0;
 };
 
 class ModelIo : public cZARIM {
@@ -33,7 +37,14 @@ class ModelIo : public cZARIM {
       return Call("open", current->open) ? zarimio::kInvalidHandle : zarimio::Handle(index);
     };
     pClose = [](zarimio::Handle) { return int32_t(Call("close", 0)); };
-    pMemoryMap = [](zarimio::Handle, void*) { return Call("memory_map", current->memory_map); };
+    pMemoryMap = [](zarimio::Handle, void* info) {
+      *static_cast<zarimio::MemoryMapInfo*>(info) = current->memory_map_info;
+      return Call("memory_map", current->memory_map);
+    };
+    pGetInterruptInfo = [](zarimio::Handle, void* info) {
+      *static_cast<zarimio::InterruptInfo*>(info) = current->interrupt_record;
+      return current->interrupt_info == 0 ? 0 : Call("interrupt_info", current->interrupt_info);
+    };
     pMemoryUnmap = [](zarimio::Handle, void*) { return Call("memory_unmap", current->memory_unmap); };
     pBarMap = [](zarimio::Handle, void* info) {
       if (Call("bar_map", current->bar_map)) return int32_t(1);
@@ -61,6 +72,7 @@ class ModelIo : public cZARIM {
     return 0;
   }
   void set_bar_mapped(bool mapped) { BarMapped = mapped ? 1 : 0; }
+  void set_memory_mapped(bool mapped) { MemoryMapped = mapped ? 1 : 0; }
 
   static inline IoScript* current = nullptr;
 

@@ -19,6 +19,18 @@ constexpr uint32_t kSimLengthMask = 0x0FFF0000;
 constexpr uint32_t kSimWordsShift = 17;            // ... whose bits 17-27 count 16-bit words
 constexpr uint32_t kSimOn = 1u << 28;
 
+// Channel controls: one control word each, written unchanged; two status bits and two 8-bit
+// counters read back.
+constexpr uint32_t kChannelStatus = 6;
+constexpr uint32_t kIqChannelStatusBit = 28;
+constexpr uint32_t kDmdChannelStatusBit = 29;
+constexpr uint32_t kChannelCounters = 10;
+constexpr uint32_t kIqCounterShift = 8;    // bits 8-15
+constexpr uint32_t kDmdCounterShift = 0;   // bits 0-7
+constexpr uint32_t kIqChannelControl = 30;
+constexpr uint32_t kDma3ChannelControl = 31;
+constexpr uint32_t kDmdChannelControl = 32;
+
 constexpr uint32_t kPllControl = 22;      // PLL control word
 constexpr uint32_t kCircuitReset = 2045;  // circuit reset word
 

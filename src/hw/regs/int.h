@@ -15,6 +15,19 @@ constexpr uint32_t kDecDoneMask = 0x00000008;
 constexpr uint32_t kRsResetMask = 0xFFFFFFFF;   // all bits; any set bit acknowledges
 constexpr uint32_t kRsDoneMask = 0x00000004;    // the same bit as DEC's acknowledge
 
+// The bus-master (DMA) engine. A buffer is programmed by selecting it, then writing its bus
+// address; a channel's geometry follows its last buffer.
+constexpr uint32_t kDmaBusAddress = 0;          // bus address of the selected buffer, OR 1
+constexpr uint32_t kDmaBusAddressValid = 1;
+constexpr uint32_t kDmaChannelClear = 1;        // 0 written once per channel, before its geometry
+constexpr uint32_t kDmaGeometry = 2;            // per channel, below
+constexpr uint32_t kDmaBuffersShift = 25;       //   bits 25-31: buffers per channel - 1
+constexpr uint32_t kDmaBlocksShift = 7;         //   bits 0-24: buffer size / 128 - 1
+constexpr uint32_t kDmaControl = 3;             // start parameter | kDmaRun to run, 0 to stop
+constexpr uint32_t kDmaRun = 0x20000000;
+constexpr uint32_t kDmaSelect = 5;              // channel << 5 | buffer within the channel
+constexpr uint32_t kDmaSelectChannelShift = 5;
+
 constexpr uint32_t kCounter = 24;   // free-running counter reported by Counters
 
 }  // namespace tvx::int_regs

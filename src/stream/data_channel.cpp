@@ -1,0 +1,122 @@
+#include "stream/data_channel.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "api/frame.h"
+#include "api/master_cfg.h"
+#include "hw/text.h"
+#include "hw/zarim.h"
+
+namespace tvx {
+
+namespace {
+constexpr size_t kCompletedOffset = offsetof(ChannelProgress, Completed);
+}
+
+cDataChannel::~cDataChannel() { CloseEvents(); }
+
+bool cDataChannel::IsOverrun(uint32_t current, uint32_t count) {
+  return count - current >= Config->GetBuffersPerCH();
+}
+
+bool cDataChannel::IsWithinRing(uint32_t last, uint32_t count) {
+  return count - last < Config->GetBuffersPerCH() - 1;
+}
+
+// The data event is the driver's: opened, never created. The terminate event is shared by this
+// channel number on every board in the session.
+bool cDataChannel::OpenEvents() {
+  Format(EventName, "Global\\zarim%devnt%d", int(Io->GetSlotNumber()), int(Channel));
+  DataEvent = os::OpenNamedEvent(EventName);
+  Format(EventName, "TORVIX.TerminateEvent%d", int(Channel));
+  TerminateEvent = os::CreateNamedEvent(EventName);
+  if (DataEvent && TerminateEvent) return true;
+  CloseEvents();
+  return false;
+}
+
+void cDataChannel::CloseEvents() {
+  os::CloseEvent(DataEvent);
+  os::CloseEvent(TerminateEvent);
+  DataEvent = TerminateEvent = nullptr;
+  ReadCount = 0;
+}
+
+bool cDataChannel::Completed(uint32_t* count) {
+  DeviceId id{Board};
+  InterruptRecord record{};
+  if (MasterGetInterruptInfo(&id, &record) != 0 || record.Channels == nullptr) return false;
+  // The driver updates the count while we read it: one 32-bit load, never cached.
+  const auto* progress = static_cast<const unsigned char*>(record.Channels) +
+                         size_t(Channel) * sizeof(ChannelProgress) + kCompletedOffset;
+  *count = *reinterpret_cast<const volatile uint32_t*>(progress);
+  return true;
+}
+
+void cDataChannel::CannotRead(const char* what, uint32_t detail) {
+  SetLastErrorText("%s [%d] ChannelID %d: %s (%u)", "ReadChannelData", int(Board), int(Channel),
+                   what, unsigned(detail));
+  CloseEvents();
+}
+
+int32_t cDataChannel::ReadData(uint8_t* destination, uint32_t size, uint32_t* copied,
+                               uint32_t timeout) {
+  if (ReadCount == 0 && !OpenEvents()) return kCannotRead;
+  ++ReadCount;
+
+  const uint32_t per_channel = Config->GetBuffersPerCH();
+  DeviceId id{Board};
+  BufferMap map{};
+  uint32_t now = 0;
+  *copied = 0;
+  MasterGetBuffers(&id, &map);
+  if (map.Descriptors == nullptr || uint64_t(Channel + 1) * per_channel > map.DescriptorCount) {
+    CannotRead("нет дескрипторов буферов канала в карте памяти", map.DescriptorCount);
+    return kCannotRead;
+  }
+  if (!Completed(&now)) {
+    CloseEvents();
+    return kCannotRead;
+  }
+  const auto* ring = static_cast<const BufferDescriptor*>(map.Descriptors) + size_t(Channel) * per_channel;
+  const bool within_ring = IsWithinRing(LastPosition, now);
+  uint32_t position = LastPosition;
+
+  uint32_t done = 0;
+  bool timed_out = false, overrun = false, failed = false;
+  while (done < size && !timed_out && !overrun && !failed) {
+    const os::WaitResult wait = os::WaitForEither(DataEvent, TerminateEvent, timeout);
+    if (wait == os::WaitResult::kSecond) break;
+    if (wait == os::WaitResult::kTimeout) {
+      timed_out = true;
+    } else if (wait == os::WaitResult::kFailed) {
+      CannotRead("ошибка ожидания события", os::LastError());
+      failed = true;
+    } else if (uint32_t count = 0; !Completed(&count)) {
+      CloseEvents();
+      failed = true;
+    } else if (IsOverrun(position, count)) {
+      LastPosition = count;
+      overrun = true;
+    } else {
+      for (uint32_t j = position; j != count && done < size; ++j) {
+        const BufferDescriptor& buffer = ring[j % per_channel];
+        const uint32_t chunk = std::min(buffer.Size, size - done);
+        std::memcpy(destination + done, buffer.Address, chunk);
+        done += chunk;
+      }
+      // Buffers this event announced that no longer fit are dropped: the next read starts
+      // after them.
+      position = LastPosition = count;
+    }
+  }
+  *copied = done;
+  if (timed_out) return kTimedOut;
+  if (failed) return kCannotRead;
+  if (!within_ring) return kBehind;
+  if (overrun) return kOverrun;
+  return kTerminatedOrDone;
+}
+
+}  // namespace tvx
