@@ -1,7 +1,7 @@
 // The control interface (zarimsim.h): keys, the register trace and reset. Keys of the model
-// itself are BoardModel's; this file adds the global `boards`, the read-only state of the
-// device the core keeps (open, mapped, DMA geometry) and what must happen at once when a key
-// changes under a mapped BAR.
+// itself are BoardModel's; this file adds the global `boards` and `live`, the read-only state
+// of the device the core keeps (open, mapped, DMA geometry) and what must happen at once when a
+// key changes under a mapped BAR.
 #include <string>
 #include <vector>
 
@@ -43,6 +43,23 @@ bool GetCoreKey(Board& board, const std::string& key, std::string* value) {
   return true;
 }
 
+// What every board the process has used holds at this moment, for leak checks across many
+// opens: a count that grows over create/release cycles is something left behind.
+std::string LiveObjects() {
+  size_t open = 0, bars = 0, memories = 0, events = 0;
+  for (unsigned i = 0; i < kMaxBoards; ++i) {
+    Board* board = ExistingBoard(i);
+    if (board == nullptr) continue;
+    std::lock_guard<std::mutex> lock(board->mutex);
+    open += board->open;
+    bars += board->bar.mapped;
+    memories += board->dma.mapped;
+    events += board->events.size();
+  }
+  return "open=" + std::to_string(open) + " bar_mapped=" + std::to_string(bars) +
+         " memory_mapped=" + std::to_string(memories) + " events=" + std::to_string(events);
+}
+
 }  // namespace
 
 int SetKey(unsigned index, const std::string& key, const std::string& value) {
@@ -79,6 +96,10 @@ ZSIM_EXPORT const char* zsim_get(unsigned index, const char* key) {
   if (key == nullptr) return nullptr;
   if (zsim::GlobalKey(key)) {
     zsim::t_text = std::to_string(zsim::BoardCount());
+    return zsim::t_text.c_str();
+  }
+  if (std::string(key) == "live") {   // global and read-only: any board index will do
+    zsim::t_text = zsim::LiveObjects();
     return zsim::t_text.c_str();
   }
   Board* board = index < zsim::BoardCount() ? zsim::GetBoard(index) : nullptr;
