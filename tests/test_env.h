@@ -24,26 +24,22 @@ class ScopedEnv {
   }
   ~ScopedEnv() { Put(had_ ? old_ : std::string()); }
   ScopedEnv(const ScopedEnv&) = delete;
-  ScopedEnv& operator=(const ScopedEnv&) = delete;
 
  private:
   void Put(const std::string& value) {
-    // POSIX putenv keeps the pointer: the strings live as long as the program.
-    static std::deque<std::string> keep;
+    static std::deque<std::string> keep;   // POSIX putenv keeps the pointer
     keep.push_back(name_ + "=" + value);
     putenv(&keep.back()[0]);
   }
-  std::string name_;
-  std::string old_;
+  std::string name_, old_;
   bool had_ = false;
 };
 
 inline std::string Nonce() {
   std::random_device rd;
   std::mt19937_64 gen((static_cast<uint64_t>(rd()) << 32) ^ rd());
-  const char* hex = "0123456789abcdef";
   std::string s;
-  for (uint64_t v = gen(); s.size() < 12; v >>= 4) s += hex[v & 15];
+  for (uint64_t v = gen(); s.size() < 12; v >>= 4) s += "0123456789abcdef"[v & 15];
   return s;
 }
 
@@ -58,7 +54,6 @@ class TempDir {
     std::filesystem::remove_all(path_, ec);
   }
   TempDir(const TempDir&) = delete;
-  TempDir& operator=(const TempDir&) = delete;
   const std::filesystem::path& path() const { return path_; }
   std::string str() const { return path_.string(); }
 

@@ -2,6 +2,7 @@
 // where the CLI, the library and zarimio all sit.
 #pragma once
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -11,17 +12,15 @@ namespace cli_e2e {
 
 struct CliResult {
   int status;
-  std::string out;
-  std::string err;
+  std::string out, err;
 };
 
 // A captured stream with Windows line ends (CR LF) made plain.
 inline std::string Slurp(const char* path) {
   std::ostringstream text;
   text << std::ifstream(path, std::ios::binary).rdbuf();
-  std::string lf;
-  for (char c : text.str())
-    if (c != '\r') lf += c;
+  std::string lf = text.str();
+  lf.erase(std::remove(lf.begin(), lf.end(), '\r'), lf.end());
   return lf;
 }
 
@@ -30,9 +29,8 @@ inline CliResult RunCli(const std::string& args) {
   // cmd.exe finds a program in the current directory and reads '/' as a switch; POSIX shells
   // need the "./".
   const bool windows = file.size() > 4 && file.compare(file.size() - 4, 4, ".exe") == 0;
-  const std::string command =
-      (windows ? "" : "./") + file + " " + args + " >cli_e2e_out.txt 2>cli_e2e_err.txt";
-  int status = std::system(command.c_str());
+  int status = std::system(((windows ? "" : "./") + file + " " + args +
+                            " >cli_e2e_out.txt 2>cli_e2e_err.txt").c_str());
   // POSIX returns a wait status (exit code in the second byte); Windows the exit code itself.
   if (status > 255 && (status & 0xFF) == 0) status >>= 8;
   return {status, Slurp("cli_e2e_out.txt"), Slurp("cli_e2e_err.txt")};

@@ -1,6 +1,6 @@
 // The loading commands of the built CLI on the virtual board: fpga, ram and sim, with what they
-// print and their failures. This file compiles with the CP1251 execution character set:
-// expected UTF-8 is written u8"".
+// print and their failures. Compiled with the CP1251 execution character set: expected UTF-8
+// is written u8"".
 #include <gtest/gtest.h>
 
 #include "cli_run.h"
@@ -8,31 +8,22 @@
 namespace cli_e2e {
 namespace {
 
-TEST(LoadersOnVirtualBoard, FpgaLoadAllLoadsTheThreeSamples) {
-  const CliResult run = RunCli("fpga load --all samples");
-  ASSERT_EQ(run.status, 0) << run.err;
-  for (const char* device : {"DEM: loaded from ", "DEC: loaded from ", "RS: loaded from "})
+// One device refused (DEC's CRC), the others still load and say so, and the status says a load
+// failed. The library's text arrives as UTF-8 after the command's own words; DEM is loaded by
+// then, so its done bit shows beside DEC's acknowledge. No progress line when stderr is not a
+// terminal. (A reset never acknowledged is the end-to-end and unit tests'.)
+TEST(LoadersOnVirtualBoard, FpgaLoadAllGoesOnPastAFailure) {
+  const CliResult run = RunCli("--sim fpga.dec.expect_crc=0 fpga load --all samples");
+  EXPECT_EQ(run.status, 1);
+  EXPECT_TRUE(Has(run.err, u8"fpga load DEC: FPGALoad [0]: \"DEC\" - ПЛИС не загрузилась: "
+                           u8"INT_0x04 = 0x00000006\n")) << run.err;
+  EXPECT_FALSE(Has(run.err, "words sent")) << run.err;
+  for (const char* device : {"DEM: loaded from ", "RS: loaded from "})
     EXPECT_TRUE(Has(run.out, device)) << run.out;
   size_t loaded = 0;
   for (size_t at = 0; (at = run.out.find("virtual board: loaded,", at)) != std::string::npos; ++at)
     ++loaded;
-  EXPECT_EQ(loaded, 3u) << run.out;
-  EXPECT_EQ(run.err, "") << "no progress line when stderr is not a terminal";
-}
-
-TEST(LoadersOnVirtualBoard, FpgaFailuresShowTheLibrarysText) {
-  const CliResult never = RunCli("--sim fpga.dem.ack=never fpga load dem samples/dem.bin");
-  EXPECT_EQ(never.status, 1);
-  EXPECT_TRUE(Has(never.err, u8"fpga load dem: FPGALoad [0]: \"dem\" - ПЛИС не сбросилась. "
-                             u8"Превышен таймаут ожидания  1000 мс"))
-      << never.err;
-
-  // One device fails, the others still load, and the status says a load failed.
-  const CliResult one_wrong = RunCli("--sim fpga.dec.expect_crc=0 fpga load --all samples");
-  EXPECT_EQ(one_wrong.status, 1);
-  // DEM is loaded by then: its done bit shows beside DEC's acknowledge.
-  EXPECT_TRUE(Has(one_wrong.err, u8"ПЛИС не загрузилась: INT_0x04 = 0x00000006")) << one_wrong.err;
-  EXPECT_TRUE(Has(one_wrong.out, "RS: loaded from ")) << one_wrong.out;
+  EXPECT_EQ(loaded, 2u) << run.out;
 }
 
 TEST(LoadersOnVirtualBoard, RamAndSimulator) {

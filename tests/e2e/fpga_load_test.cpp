@@ -1,6 +1,6 @@
-// FPGA loading through the real binding and trapped register access: the register trace of a
-// small load, the reset time-out as a caller sees it (wall time and text), and the sample
-// images the build ships.
+// FPGA loading through the real binding and trapped register access: the reset time-out as a
+// caller sees it (wall time and text), and the sample images the build ships, each checked by
+// the board against its length and CRC. (The register sequence of a load is the unit tests'.)
 #include <gtest/gtest.h>
 
 #include <chrono>
@@ -20,19 +20,15 @@ std::string Get(const std::string& key) {
   return v ? v : "(unknown key)";
 }
 
-// The usual reflected CRC-32, to check the board's figure independently.
-uint32_t Crc32(const std::vector<uint8_t>& bytes) {
+// The usual reflected CRC-32, to tell the board what to expect independently of its own.
+std::string Crc32(const std::vector<uint8_t>& bytes) {
   uint32_t crc = 0xFFFFFFFF;
   for (uint8_t b : bytes) {
     crc ^= b;
     for (int i = 0; i < 8; ++i) crc = (crc >> 1) ^ ((crc & 1) ? 0xEDB88320u : 0);
   }
-  return ~crc;
-}
-
-std::string Hex(uint32_t v) {
   char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", v);
+  std::snprintf(text, sizeof text, "0x%08X", ~crc);
   return text;
 }
 
@@ -49,27 +45,6 @@ class LoadOnVirtualBoard : public ::testing::Test {
   }
   DeviceId board{0};
 };
-
-// Reset request, three polls (acknowledged at the third), the data words, two zero words,
-// the done read, the release.
-TEST_F(LoadOnVirtualBoard, FiveByteDemImageInTheTrace) {
-  const std::vector<uint8_t> image{0x10, 0x20, 0x30, 0x40, 0x50};
-  std::ofstream("e2e_five.bin", std::ios::binary)
-      .write(reinterpret_cast<const char*>(image.data()), std::streamsize(image.size()));
-  ASSERT_EQ(FPGALoad(&board, "DEM", "e2e_five.bin"), 0) << GetErrorMessage();
-  std::vector<zsim_access> t(16);
-  t.resize(zsim_trace(0, t.data(), t.size()));
-  std::string shown;
-  for (const zsim_access& a : t) {
-    char line[40];
-    std::snprintf(line, sizeof line, "%c%X=%X ", a.write ? 'W' : 'R', unsigned(a.addr),
-                  unsigned(a.value));
-    shown += line;
-  }
-  EXPECT_EQ(shown, "W10=1 R10=0 R10=0 R10=1 W8000=40302010 W8000=50 W8000=0 W8000=0 R10=3 W10=0 ");
-  EXPECT_EQ(Get("fpga.dem.loaded"), "1");
-  EXPECT_EQ(Get("fpga.dem.crc"), Hex(Crc32(image)));
-}
 
 TEST_F(LoadOnVirtualBoard, ResetNeverAcknowledgedAnswersThreeAfterAboutOnePointOneSeconds) {
   std::ofstream("e2e_five.bin", std::ios::binary).write("\1\2\3\4\5", 5);
@@ -93,14 +68,14 @@ TEST_F(LoadOnVirtualBoard, ResetNeverAcknowledgedAnswersThreeAfterAboutOnePointO
 TEST_F(LoadOnVirtualBoard, SampleImagesLoadAllThree) {
   for (std::string name : {"DEM", "DEC", "RS"}) {
     SCOPED_TRACE(name);
-    std::string stem = "fpga.", file = "samples/";
+    std::string stem = "fpga.";
     for (char c : name) stem += char(c - 'A' + 'a');
-    file += stem.substr(5) + ".bin";
+    const std::string file = "samples/" + stem.substr(5) + ".bin";
     std::ifstream in(file, std::ios::binary);
     const std::vector<uint8_t> image(std::istreambuf_iterator<char>(in), {});
     ASSERT_GT(image.size(), 1000u) << "the build writes the samples";
     ASSERT_EQ(zsim_set(0, (stem + ".expect_bytes").c_str(), std::to_string(image.size()).c_str()), 0);
-    ASSERT_EQ(zsim_set(0, (stem + ".expect_crc").c_str(), Hex(Crc32(image)).c_str()), 0);
+    ASSERT_EQ(zsim_set(0, (stem + ".expect_crc").c_str(), Crc32(image).c_str()), 0);
     EXPECT_EQ(FPGALoad(&board, name.c_str(), file.c_str()), 0) << GetErrorMessage();
   }
   EXPECT_EQ(Get("fpga.dem.loaded") + Get("fpga.dec.loaded") + Get("fpga.rs.loaded"), "111");

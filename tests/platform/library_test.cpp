@@ -11,6 +11,7 @@
 namespace tvx::os {
 namespace {
 
+// Cut to the room and terminated; nothing written at a room of 0 nor past the room.
 TEST(DynamicLibraryFileName, NamesTheFileOfThisPlatformTruncatedToTheRoom) {
   char full[64];
   EXPECT_EQ(DynamicLibraryFileName("zarimio", full, sizeof full), full);
@@ -21,8 +22,8 @@ TEST(DynamicLibraryFileName, NamesTheFileOfThisPlatformTruncatedToTheRoom) {
     DynamicLibraryFileName("zarimio", out, room);
     const size_t expect = room == 0 ? 0 : std::min(room - 1, std::strlen(full));
     EXPECT_EQ(std::string(out, expect), std::string(full, expect)) << room;
-    EXPECT_EQ(out[expect], room == 0 ? 'X' : '\0') << room << ": terminated, nothing written at 0";
-    EXPECT_EQ(out[std::max<size_t>(room, 1)], 'X') << room << ": wrote past the room";
+    EXPECT_EQ(out[expect], room == 0 ? 'X' : '\0') << room;
+    EXPECT_EQ(out[std::max<size_t>(room, 1)], 'X') << room;
   }
 }
 

@@ -3,6 +3,7 @@
 // else is left to the single-step path.
 #include <gtest/gtest.h>
 
+#include <tuple>
 #include <vector>
 
 #include "platform/move_decode.h"
@@ -13,11 +14,8 @@ namespace {
 struct DecodeCase {
   const char* what;
   std::vector<uint8_t> code;
-  bool decoded;
-  bool write = false;
-  bool immediate = false;
-  uint8_t reg = 0;
-  uint8_t length = 0;
+  bool decoded, write = false, immediate = false;
+  uint8_t reg = 0, length = 0;
   uint32_t imm = 0;
 };
 
@@ -50,11 +48,8 @@ TEST(MoveDecode, RecognisesThirtyTwoBitMovesOnly) {
       EXPECT_EQ(move.length, 99) << c.what << ": nothing written on refusal";
       continue;
     }
-    EXPECT_EQ(move.write, c.write) << c.what;
-    EXPECT_EQ(move.immediate, c.immediate) << c.what;
-    EXPECT_EQ(move.reg, c.reg) << c.what;
-    EXPECT_EQ(move.length, c.length) << c.what;
-    EXPECT_EQ(move.imm, c.imm) << c.what;
+    EXPECT_EQ(std::tuple(move.write, move.immediate, move.reg, move.length, move.imm),
+              std::tuple(c.write, c.immediate, c.reg, c.length, c.imm)) << c.what;
   }
 }
 

@@ -4,9 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -43,73 +41,54 @@ inline std::ostream& operator<<(std::ostream& os, const zsim_access& a) {
 
 namespace zsim_test {
 
+using namespace tvx::zarimio;
+using tvx::os::LastError;
 using tvx::test::OnWindows;
 using tvx::test::ScopedEnv;
 using tvx::test::TempDir;
-using tvx::zarimio::BarInfo;
-using tvx::zarimio::BufferDescriptor;
-using tvx::zarimio::Handle;
-using tvx::zarimio::InterruptInfo;
-using tvx::zarimio::kInvalidHandle;
-using tvx::zarimio::MemoryMapInfo;
-using tvx::zarimio::PortRequest;
 using Trace = std::vector<zsim_access>;
-constexpr uint32_t kBadParameter = 87, kBusy = 170, kNotReady = 21, kBadHandle = 6;
 
-// zsim_get as a string; "<null>" when the board answers NULL.
 inline std::string Get(unsigned board, const char* key) {
   const char* text = zsim_get(board, key);
   return text ? text : "<null>";
 }
 
-// The whole trace of a board (below trace.max, every entry is still held).
+// The whole trace of a board (below trace.max every entry is still held).
 inline Trace TraceOf(unsigned board) {
   Trace out(zsim_trace(board, nullptr, 0));
   zsim_trace(board, out.data(), out.size());
   return out;
 }
 
-// The driver's service key with the given values (absent ones are removed) for the scope: on
-// POSIX in a private tree, on Windows in the real key, cleaned up afterwards.
-class ScopedDriverParameters {
- public:
-  ScopedDriverParameters(const uint32_t* channels, const uint32_t* buffers) {
-    tvx::ServiceKeyPath("zarim", path_, sizeof path_);
-    Put("CHCount", channels);
-    Put("BuffersPerCH", buffers);
+// Every test starts from a board at its defaults, with the driver's service key absent: on
+// POSIX a private tree, on Windows the real key, its values removed before and after.
+class SimTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    tvx::ServiceKeyPath(tvx::kDriverService, key_, sizeof key_);
+    Parameters(nullptr, nullptr);
+    zsim_reset();
   }
-  ~ScopedDriverParameters() {
-    Put("CHCount", nullptr);
-    Put("BuffersPerCH", nullptr);
+  void TearDown() override {
+    Parameters(nullptr, nullptr);
+    zsim_reset();
+  }
+  // The channel count and buffers per channel of the service key (null: absent).
+  void Parameters(const uint32_t* channels, const uint32_t* buffers) {
+    Put(tvx::kChannelCountValue, channels);
+    Put(tvx::kBuffersPerChannelValue, buffers);
   }
 
  private:
   void Put(const char* name, const uint32_t* value) {
-    if (value == nullptr) {
-      tvx::os::DeleteRegistryValue(path_, name);
-      return;
-    }
-    const uint8_t le[4] = {uint8_t(*value), uint8_t(*value >> 8), uint8_t(*value >> 16),
-                           uint8_t(*value >> 24)};
-    ASSERT_TRUE(tvx::os::WriteRegistryValue(path_, name, le, sizeof le)) << name;
+    tvx::os::DeleteRegistryValue(key_, name);
+    if (value == nullptr) return;
+    const uint8_t le[4] = {uint8_t(*value), uint8_t(*value >> 8), uint8_t(*value >> 16), uint8_t(*value >> 24)};
+    ASSERT_TRUE(tvx::os::WriteRegistryValue(key_, name, le, sizeof le)) << name;
   }
-  TempDir dir_;
-  ScopedEnv env_{"TORVIXE_REGISTRY", dir_.str()};
-  char path_[256];
-};
-
-// Every test starts from a board at its defaults, with the driver's service key absent.
-class SimTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    zsim_reset();
-    registry_ = std::make_unique<ScopedDriverParameters>(nullptr, nullptr);
-  }
-  void TearDown() override {
-    registry_.reset();
-    zsim_reset();
-  }
-  std::unique_ptr<ScopedDriverParameters> registry_;
+  TempDir registry_;
+  ScopedEnv env_{"TORVIXE_REGISTRY", registry_.str()};
+  char key_[256];
 };
 
 // A board opened and mapped as the library's bring-up does it; closed at the end of the scope.
@@ -120,11 +99,8 @@ struct OpenBoard {
     EXPECT_TRUE(!map_memory || ZARIM_MemoryMap(handle, &memory) == 0);
     EXPECT_TRUE(!map_bar || ZARIM_BARMap(handle, &bar) == 0);
   }
-  ~OpenBoard() {
-    if (handle != kInvalidHandle) ZARIM_Close(handle);
-  }
+  ~OpenBoard() { ZARIM_Close(handle); }
   OpenBoard(const OpenBoard&) = delete;
-  OpenBoard& operator=(const OpenBoard&) = delete;
 
   // The register at a byte address, through the mapped BAR.
   volatile uint32_t& Reg(uint32_t address) const {
