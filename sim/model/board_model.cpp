@@ -10,6 +10,7 @@
 
 #include "devices.h"
 #include "keys.h"
+#include "stream/dma_master.h"
 #include "trace.h"
 
 namespace zsim {
@@ -42,10 +43,19 @@ struct BoardModel::State {
     devices = MakeDevices(i);
     for (auto& device : devices)
       for (auto& [address, reg] : device->registers()) {
-        if (reg.read && !readers.emplace(address, &reg.read).second)
-          throw std::logic_error("two board blocks answer reads of register " + FormatHex(address));
+        if (reg.read) {
+          auto& claims = readers[address];
+          for (const ReadClaim& claim : claims)
+            if ((claim.bits & reg.read_bits) != 0)
+              throw std::logic_error("two board blocks answer the same bits of register " +
+                                     FormatHex(address));
+          claims.push_back(ReadClaim{reg.read_bits, &reg.read});
+        }
         if (reg.write) writers[address].push_back(&reg.write);
       }
+    for (auto& device : devices)
+      if (auto* master = dynamic_cast<DmaMaster*>(device.get())) dma = master;
+    if (dma == nullptr) throw std::logic_error("the board has no bus master");
     storage.assign(bar_size / 4, 0);
   }
 
@@ -62,8 +72,11 @@ struct BoardModel::State {
     if (forced_it != forced.end()) return forced_it->second;
     const uint32_t stored = storage[word / 4];
     auto reader = readers.find(word);
-    if (reader != readers.end()) return (*reader->second)(stored, peek);
-    return stored;
+    if (reader == readers.end()) return stored;
+    uint32_t value = stored;
+    for (const ReadClaim& claim : reader->second)
+      value = (value & ~claim.bits) | ((*claim.read)(stored, peek) & claim.bits);
+    return value;
   }
 
   void WriteWord(uint32_t address, uint32_t value) {
@@ -101,10 +114,17 @@ struct BoardModel::State {
   std::vector<uint32_t> storage;            // plain storage, one entry per BAR word
   std::map<uint32_t, uint32_t> forced;      // reg.0xADDR
   std::vector<std::unique_ptr<DeviceModel>> devices;
-  // One block at most answers a register's reads; every block that claims its writes sees
-  // them, in table order (the FPGA's registers alias: DEM word 0 is a configuration port while
-  // the FPGA is being loaded and the RAM's address register afterwards).
-  std::unordered_map<uint32_t, const DeviceModel::ReadFn*> readers;
+  DmaMaster* dma = nullptr;
+  // One block at most answers each bit of a register's reads (DEM word 6 carries the ADC's
+  // serial data and status bits of other blocks); bits nobody claims are plain storage. Every
+  // block that claims a register's writes sees them, in table order (the FPGA's registers
+  // alias: DEM word 0 is a configuration port while the FPGA is being loaded and the RAM's
+  // address register afterwards).
+  struct ReadClaim {
+    uint32_t bits;
+    const DeviceModel::ReadFn* read;
+  };
+  std::unordered_map<uint32_t, std::vector<ReadClaim>> readers;
   std::unordered_map<uint32_t, std::vector<const DeviceModel::WriteFn*>> writers;
   zsim::Trace trace;
 };
@@ -219,5 +239,6 @@ uint32_t BoardModel::fault(Fault which) const { return state_->faults[size_t(whi
 bool BoardModel::passive() const { return state_->mmio == 1; }
 uint32_t BoardModel::slot() const { return state_->slot; }
 uint32_t BoardModel::dma_buffer_size() const { return state_->buffer_size; }
+DmaMaster& BoardModel::dma_master() { return *state_->dma; }
 
 }  // namespace zsim

@@ -21,6 +21,8 @@
 
 namespace zsim {
 
+class DmaMaster;
+
 class BoardModel {
  public:
   explicit BoardModel(unsigned index);
@@ -59,6 +61,8 @@ class BoardModel {
   bool passive() const;                // mmio = passive
   uint32_t slot() const;
   uint32_t dma_buffer_size() const;
+  // The bus master's block (stream/dma_master.h), whose engine the core runs.
+  DmaMaster& dma_master();
 
   struct State;
  private:

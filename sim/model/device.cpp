@@ -29,7 +29,14 @@ bool DeviceModel::BoardKey(const std::string& key, std::string* value) const {
   return board_ != nullptr && board_->Get(key, value);
 }
 
-void DeviceModel::OnRead(uint32_t address, ReadFn fn) { registers_[address].read = std::move(fn); }
+bool DeviceModel::SetBoardKey(const std::string& key, const std::string& value) {
+  return board_ != nullptr && board_->Set(key, value) == 0;
+}
+
+void DeviceModel::OnRead(uint32_t address, ReadFn fn, uint32_t bits) {
+  registers_[address].read = std::move(fn);
+  registers_[address].read_bits = bits;
+}
 
 void DeviceModel::OnWrite(uint32_t address, WriteFn fn) {
   registers_[address].write = std::move(fn);

@@ -3,8 +3,10 @@
 // emulator, a block is a small state object with read and write callbacks keyed by the byte
 // address of each register it models, plus its own configuration keys. The board model
 // routes every access to the block(s) that claimed the address; an address nobody claimed is
-// plain storage. One block at most claims a register's reads; several may claim its writes
-// (the board's registers alias), and each then sees every write, in the order of the table.
+// plain storage. A block claims all of a register's read bits or only some of them (a status
+// word whose bits report different blocks); no two blocks claim the same bit. Several may claim
+// a register's writes (the board's registers alias), and each then sees every write, in the
+// order of the table.
 //
 // To add a block: write one file with a DeviceModel subclass that claims its registers in the
 // constructor (OnRead / OnWrite) and declares its keys (keys().Add...), add its factory to
@@ -38,6 +40,7 @@ class DeviceModel {
   struct Register {
     ReadFn read;     // empty: reads return plain storage
     WriteFn write;   // empty: writes only store
+    uint32_t read_bits = 0xFFFFFFFFu;   // the bits of a read that `read` answers
   };
 
   DeviceModel(const char* name, unsigned board_index);
@@ -61,15 +64,20 @@ class DeviceModel {
  protected:
   virtual void ResetState() {}
   KeySet& keys() { return keys_; }
-  void OnRead(uint32_t address, ReadFn fn);
+  // `bits`: the bits of the read this block answers; the others come from plain storage or
+  // from the blocks that claim them.
+  void OnRead(uint32_t address, ReadFn fn, uint32_t bits = 0xFFFFFFFFu);
   void OnWrite(uint32_t address, WriteFn fn);
   // A key of the board this block belongs to, as zsim_get reports it: how one block follows a
   // setting another block owns. False for an unknown key or before the block joins a board.
   bool BoardKey(const std::string& key, std::string* value) const;
+  // Sets a key another block owns, as zsim_set would (a setting that spans blocks, such as
+  // the convertor type). False when the board refuses it or before the block joins a board.
+  bool SetBoardKey(const std::string& key, const std::string& value);
 
  private:
   friend class BoardModel;   // introduces itself to each block it builds
-  const BoardModel* board_ = nullptr;
+  BoardModel* board_ = nullptr;
   std::string name_;
   unsigned board_index_;
   KeySet keys_;

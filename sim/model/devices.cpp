@@ -10,6 +10,10 @@ std::vector<std::unique_ptr<DeviceModel>> MakeDevices(unsigned board_index) {
   devices.push_back(MakeRam(board_index));
   devices.push_back(MakeSignalSimulator(board_index));
   devices.push_back(MakeI2cController(board_index));   // its EEPROMs follow lconv.present
+  devices.push_back(MakeDmaMaster(board_index));
+  devices.push_back(MakeSynthesizers(board_index));   // the L chip follows lconv.type
+  devices.push_back(MakePreselectorDac(board_index));
+  devices.push_back(MakeAdc(board_index));
   return devices;
 }
 

@@ -14,6 +14,10 @@ std::unique_ptr<DeviceModel> MakeFpgaConfig(unsigned board_index);
 std::unique_ptr<DeviceModel> MakeRam(unsigned board_index);
 std::unique_ptr<DeviceModel> MakeSignalSimulator(unsigned board_index);
 std::unique_ptr<DeviceModel> MakeI2cController(unsigned board_index);
+std::unique_ptr<DeviceModel> MakeDmaMaster(unsigned board_index);   // stream/dma_master.cpp
+std::unique_ptr<DeviceModel> MakeSynthesizers(unsigned board_index);    // rf/synthesizers.cpp
+std::unique_ptr<DeviceModel> MakePreselectorDac(unsigned board_index);  // rf/preselector_dac.cpp
+std::unique_ptr<DeviceModel> MakeAdc(unsigned board_index);             // rf/adc.cpp
 
 // Every block of one board, in a fixed order. Two blocks never claim reads of the same
 // address; the board model checks that when it is built.

@@ -103,6 +103,13 @@ constexpr int kSetNoBoard = 3;
 constexpr int kSetBusy = 4;   // a key that cannot change while the BAR is mapped
 int SetKey(unsigned board, const std::string& key, const std::string& value);
 
+// ---- DMA engine (dma_engine.cpp) -------------------------------------------------------------
+// Connects the board's bus master to its engine (at open; again is harmless).
+void AttachDmaEngine(Board& board);
+// Stops the board's engine and returns once it touches no buffer, record or event any more.
+// Called with the board's lock held, before the memory is unmapped or the events closed.
+void StopDmaEngine(Board& board);
+
 // ---- configuration file (config_file.cpp) ----------------------------------------------------
 // 0; -1 when the file cannot be read; else the number of the first refused line.
 int LoadConfigFile(const char* path);

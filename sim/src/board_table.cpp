@@ -31,7 +31,9 @@ Table& TheTable() {
 
 Board::~Board() {
   // Only reached when the library is unloaded or the process ends; give back what a caller
-  // left behind so that an unload does not leak it.
+  // left behind so that an unload does not leak it. A running engine goes first: it writes
+  // into the memory.
+  StopDmaEngine(*this);
   UnmapBar(*this);
   UnmapDmaMemory(*this);
   CloseDataEvents(*this);

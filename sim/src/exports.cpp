@@ -66,6 +66,7 @@ ZSIM_EXPORT Handle ZARIM_Open(uint8_t index) {
       board->params = tvx::ReadDriverParameters(tvx::kDriverService);
       error = zsim::CreateDataEvents(*board);
       if (error == 0) {
+        zsim::AttachDmaEngine(*board);
         board->open = true;
         board->handle = zsim::MakeHandle(index, ++board->generation);
         handle = board->handle;
@@ -78,6 +79,7 @@ ZSIM_EXPORT Handle ZARIM_Open(uint8_t index) {
 
 ZSIM_EXPORT int32_t ZARIM_Close(Handle device) {
   return OnBoard(device, [](Board& board) -> uint32_t {
+    zsim::StopDmaEngine(board);
     zsim::UnmapBar(board);
     zsim::UnmapDmaMemory(board);
     zsim::CloseDataEvents(board);
@@ -125,6 +127,7 @@ ZSIM_EXPORT int32_t ZARIM_MemoryUnmap(Handle device, void* /*reserved*/) {
   return OnBoard(device, [](Board& board) -> uint32_t {
     if (uint32_t code = board.model.fault(Fault::kMemoryUnmap)) return code;
     if (!board.dma.mapped) return zsim::kErrorNotReady;
+    zsim::StopDmaEngine(board);
     zsim::UnmapDmaMemory(board);
     return 0;
   });
