@@ -7,9 +7,11 @@
 #include <vector>
 
 #include "hw/driver_parameters.h"
+#include "capture.h"
 #include "loaders.h"
 #include "i2c_port.h"
 #include "report.h"
+#include "rf.h"
 #include "text.h"
 
 namespace tvx::cli {
@@ -239,6 +241,7 @@ int RunInfo(Session& s) {
   if (GetLConvertorType(s.id(), &type) == 0) {
     std::printf("convertor type: %u\n", type);
   } else {
+    type = 0;
     // No convertor object to ask: the presence bit still tells which convertor is fitted.
     const std::string why = LastLibraryText();
     PortAccess word{kPeripheralWord0, 0};
@@ -254,6 +257,7 @@ int RunInfo(Session& s) {
   }
   ShowIdentity(s, field_failed);
   ShowLConvertorIdentity(s, field_failed);
+  ShowSampleClock(s, type);
   ShowTemperatures(s, field_failed);
   ShowDriverParameters();
   return status;
@@ -334,6 +338,30 @@ int RunPoke(Session& s) {
   return kExitOk;
 }
 
+int RunControl(Session& s) {
+  const std::string& which = s.inv().args[0];
+  int32_t (*write)(DeviceId*, const uint32_t*) = which == "iq"     ? IQControl
+                                                 : which == "dmd"  ? DMDControl
+                                                 : which == "dma3" ? DMA3CHControl
+                                                                   : nullptr;
+  if (write == nullptr) {
+    PrintError("control: unknown channel control '" + which + "' (iq, dmd or dma3)");
+    return kExitUsage;
+  }
+  uint32_t value = 0;
+  if (!ParseWord("value", s.inv().args[1], &value)) return kExitUsage;
+  std::string failure;
+  if (!s.BringUp(&failure)) {
+    PrintError("board " + std::to_string(s.board()) + ": bring-up failed: " + failure);
+    return kExitFailed;
+  }
+  if (write(s.id(), &value) != 0) {
+    PrintError("control " + which + ": " + LastLibraryText());
+    return kExitFailed;
+  }
+  return kExitOk;
+}
+
 }  // namespace
 
 const Command kCommands[] = {
@@ -351,8 +379,10 @@ const Command kCommands[] = {
      "0x4000) is shown instead. Then the module and L-convertor serial numbers and versions\n"
      "and the PCB and FPGA temperatures; when the library has no convertor object to ask,\n"
      "the L-convertor's serial number and version are read from its EEPROM by the tool\n"
-     "(marked so). A failed bring-up prints the library's text and exits 1; a later field\n"
-     "that fails prints its text and the rest still follows (exit 1).",
+     "(marked so). The sampling clock is the one the library sets for the convertor type;\n"
+     "on the virtual board, the frequency and lock its synthesizer received are shown too.\n"
+     "A failed bring-up prints the library's text and exits 1; a later field that fails\n"
+     "prints its text and the rest still follows (exit 1).",
      RunInfo},
     {{"eeprom", "dump pcb|lconv [--len N]", 2, 2, kOptLen}, "dump a serial EEPROM",
      "Reads the module EEPROM (pcb, device 0xA6) or the L-convertor EEPROM (lconv, device\n"
@@ -395,6 +425,32 @@ const Command kCommands[] = {
      "The pattern length reaches the FPGA with the next on, off or rate. On the virtual board\n"
      "the simulator's registers are shown afterwards.",
      RunSim},
+    {{"synth", "s HZ", 2, 2, 0}, "load the sampling-clock synthesizer",
+     "Brings the board up and loads the sampling-clock synthesizer for HZ (a decimal number,\n"
+     "e.g. 186.7e6) with sSynthLoad; the synthesizer realises the nearest multiple of\n"
+     "1666666.67 Hz. The library's sampling clock, which bring-up set, stays as it was. On\n"
+     "the virtual board the words the synthesizer received are shown with the frequency\n"
+     "they program and whether it locked, after a failure too.",
+     RunSynth},
+    {{"capture", "[-c LIST] [--bytes N | --seconds S] [-o PREFIX] [--verify] [--rate R]", 0, 0,
+      kOptChannels | kOptBytes | kOptSeconds | kOptOutput | kOptVerify | kOptRate},
+     "read data channels by DMA and account for every buffer",
+     "Brings the board up, hands the DMA buffer map back to the engine (MasterGetBuffers,\n"
+     "MasterLoad), starts it (MasterStart 0x40000000) and reads the channels of -c (default 0)\n"
+     "with ReadChannelData, a thread each, BuffersPerCH - 1 buffers a read, until --seconds (2)\n"
+     "have passed, --bytes have arrived on every channel, or Ctrl-C. The reads are ended\n"
+     "through the channels' terminate events and the engine is stopped. Progress is shown on\n"
+     "a terminal. Each channel ends with a summary: bytes, MB/s, buffers, buffers lost (from\n"
+     "the sequence number every virtual-board buffer carries), payload errors with --verify,\n"
+     "and how often each ReadChannelData result came back (-4: a wait timed out, -1/-2: the\n"
+     "ring overran). -o PREFIX writes channel N's data to PREFIX.chN.bin. --rate R sets the\n"
+     "virtual board's buffers per second per channel (or max) first. Exit status 1 when a\n"
+     "buffer was lost, the ring overran, a payload was wrong or a channel could not be read.",
+     RunCapture},
+    {{"control", "iq|dmd|dma3 VALUE", 2, 2, 0}, "write a channel control word",
+     "Writes VALUE unchanged to the IQ (IQControl), demodulated-data (DMDControl) or DMA\n"
+     "(DMA3CHControl) channel control register.",
+     RunControl},
     {{nullptr, nullptr, 0, 0, 0}, nullptr, nullptr, nullptr},
 };
 

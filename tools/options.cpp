@@ -2,12 +2,19 @@
 // takes a value, whether every command accepts it, and its help line.
 #include "options.h"
 
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+
 #include "text.h"
 
 namespace tvx::cli {
 namespace {
 
-enum class Id { kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen };
+enum class Id {
+  kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen,
+  kChannels, kBytes, kSeconds, kOutput, kVerify, kRate
+};
 
 struct OptionDef {
   Id id;
@@ -23,6 +30,14 @@ constexpr OptionDef kOptions[] = {
     {Id::kAll, "all", 0, "DIR", kOptAll, "load DEM, DEC and RS from DIR/dem.bin, dec.bin, rs.bin"},
     {Id::kLen, "len", 0, "N", kOptLen,
      "bytes to read (1 to 65536; default 512, 256 with one-byte addresses)"},
+    {Id::kChannels, "channels", 'c', "LIST", kOptChannels,
+     "channels to read: numbers and ranges, e.g. 0-16 or 0,3,5 (default 0)"},
+    {Id::kBytes, "bytes", 0, "N", kOptBytes, "stop each channel after N bytes"},
+    {Id::kSeconds, "seconds", 0, "S", kOptSeconds, "stop after S seconds (default 2)"},
+    {Id::kOutput, "output", 'o', "PREFIX", kOptOutput, "write channel N's data to PREFIX.chN.bin"},
+    {Id::kVerify, "verify", 0, nullptr, kOptVerify, "check every buffer's payload (virtual board)"},
+    {Id::kRate, "rate", 0, "R", kOptRate,
+     "virtual board: buffers per second per channel, or max"},
     {Id::kBoard, "board", 'b', "N", 0,
      "board index, 0 to 255 (default 0); the library answers for 128 and up"},
     {Id::kSim, "sim", 0, "KEY=VALUE", 0,
@@ -80,6 +95,33 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
         return "invalid length '" + value + "' (1 to 65536)";
       inv->length = static_cast<uint32_t>(number);
       break;
+    case Id::kChannels:
+      if (!ParseChannelList(value, &inv->channels))
+        return "invalid channel list '" + value + "' (numbers and ranges below 256, e.g. 0-16)";
+      break;
+    case Id::kBytes:
+      if (!ParseUnsigned(value, UINT64_MAX, &number) || number == 0)
+        return "invalid byte count '" + value + "'";
+      inv->bytes = number;
+      break;
+    case Id::kSeconds: {
+      char* end = nullptr;
+      const double seconds = std::strtod(value.c_str(), &end);
+      if (value.empty() || *end != '\0' || !(seconds > 0 && seconds <= 1e6))
+        return "invalid duration '" + value + "' (seconds, above 0)";
+      inv->seconds = seconds;
+      break;
+    }
+    case Id::kOutput:
+      if (value.empty()) return "--output expects a file name prefix";
+      inv->output = value;
+      break;
+    case Id::kVerify: inv->verify = true; break;
+    case Id::kRate:
+      if (value != "max" && (!ParseUnsigned(value, 1000000, &number) || number == 0))
+        return "invalid rate '" + value + "' (1 to 1000000 buffers per second, or max)";
+      inv->rate = value;
+      break;
     case Id::kTrace: inv->trace = true; break;
     case Id::kHelp: inv->help = true; break;
     case Id::kVersion: inv->version = true; break;
@@ -89,6 +131,28 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
 }
 
 }  // namespace
+
+bool ParseChannelList(const std::string& text, std::vector<uint32_t>* out) {
+  std::vector<uint32_t> channels;
+  size_t start = 0;
+  while (start <= text.size()) {
+    const size_t comma = text.find(',', start);
+    const std::string item = text.substr(start, comma == std::string::npos ? std::string::npos : comma - start);
+    const size_t dash = item.find('-');
+    uint64_t first = 0, last = 0;
+    if (!ParseUnsigned(item.substr(0, dash), 255, &first)) return false;
+    last = first;
+    if (dash != std::string::npos && (!ParseUnsigned(item.substr(dash + 1), 255, &last) || last < first))
+      return false;
+    for (uint64_t c = first; c <= last; ++c)
+      if (std::find(channels.begin(), channels.end(), c) == channels.end())
+        channels.push_back(uint32_t(c));
+    if (comma == std::string::npos) break;
+    start = comma + 1;
+  }
+  *out = std::move(channels);
+  return true;
+}
 
 std::string ParseCommandLine(const std::vector<std::string>& args, Invocation* out) {
   Invocation inv;

@@ -13,6 +13,12 @@ enum CommandOption : uint32_t {
   kOptCount = 1u << 0,
   kOptAll = 1u << 1,
   kOptLen = 1u << 2,
+  kOptChannels = 1u << 3,
+  kOptBytes = 1u << 4,
+  kOptSeconds = 1u << 5,
+  kOptOutput = 1u << 6,
+  kOptVerify = 1u << 7,
+  kOptRate = 1u << 8,
 };
 
 // What the parser checks a command against.
@@ -41,6 +47,12 @@ struct Invocation {
   uint32_t count = 1;
   uint32_t length = 0;                 // eeprom dump --len; 0: the command's default
   std::string all_dir;                 // fpga load --all DIR
+  std::vector<uint32_t> channels;      // capture -c, in the order given, no repeats
+  uint64_t bytes = 0;                  // capture --bytes; 0: not given
+  double seconds = 0;                  // capture --seconds; 0: not given
+  std::string output;                  // capture -o PREFIX
+  bool verify = false;                 // capture --verify
+  std::string rate;                    // capture --rate (virtual board): a number or "max"
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 
@@ -50,6 +62,10 @@ std::string ParseCommandLine(const std::vector<std::string>& args, Invocation* o
 
 // Checks the arguments and command options against the command. Help needs no arguments.
 std::string CheckInvocation(const Invocation& inv, const CommandSyntax& syntax);
+
+// A channel list: numbers and ranges below 256 separated by commas ("0-16", "0,3,5"), in the
+// order given, repeats dropped. False for anything else.
+bool ParseChannelList(const std::string& text, std::vector<uint32_t>* out);
 
 // Help lines for the given command options followed by every global option.
 std::string OptionsHelp(uint32_t command_options);

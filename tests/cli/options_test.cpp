@@ -61,6 +61,16 @@ TEST(ParseCommandLine, OptionsWithValuesAndFlags) {
   EXPECT_EQ(all.args, (Args{"load"}));
 }
 
+// Channels in the order given, repeats dropped.
+TEST(ParseChannelList, NumbersAndRanges) {
+  std::vector<uint32_t> channels;
+  ASSERT_TRUE(ParseChannelList("3,1-2,3,0x10", &channels));
+  EXPECT_EQ(channels, (std::vector<uint32_t>{3, 1, 2, 16}));
+  ASSERT_TRUE(ParseChannelList("0-16", &channels));
+  EXPECT_EQ(channels.size(), 17u);
+  for (const char* bad : {"", "1-", "-1", "a", "1,"}) EXPECT_FALSE(ParseChannelList(bad, &channels)) << bad;
+}
+
 // A refused line must not half-fill the invocation. (Number syntax is ParseUnsigned's.)
 TEST(ParseCommandLine, RefusesMalformedLines) {
   const std::pair<Args, const char*> cases[] = {
@@ -77,6 +87,11 @@ TEST(ParseCommandLine, RefusesMalformedLines) {
       {{"-hv", "info"}, "option '-h' takes no value"},
       {{"--bored", "info"}, "unknown option '--bored'"},
       {{"poke", "0", "-5"}, "unknown option '-5'"},
+      {{"capture", "-c", "2-1"}, "invalid channel list '2-1'"},
+      {{"capture", "-c", "0,,1"}, "invalid channel list"},
+      {{"capture", "-c", "256"}, "invalid channel list"},
+      {{"capture", "--seconds", "0"}, "invalid duration '0'"},
+      {{"capture", "--rate", "fast"}, "invalid rate 'fast'"},
   };
   for (const auto& [args, error_part] : cases) {
     Invocation inv;
