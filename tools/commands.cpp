@@ -174,7 +174,7 @@ void ShowTemperatures(Session& s, const FieldFailed& failed) {
 // the library cannot use gives way to its default without a word from the library, and if the
 // driver sized its DMA memory by the value, every descriptor would land in the wrong channel:
 // this is where a user looks, so the difference is spelt out and warned about.
-void ShowDriverParameters() {
+void ShowDriverParameters(Session& s) {
   char path[256];
   ServiceKeyPath(kDriverService, path, sizeof path);
   const DriverParameters in_force = ReadDriverParameters(kDriverService);
@@ -203,6 +203,18 @@ void ShowDriverParameters() {
                  "its DMA memory by the registry does not agree with it");
   }
   if (key) os::CloseRegistryKey(key);
+
+  // What the IO library actually mapped: the library takes BuffersPerCH descriptors per
+  // channel in order, so any other count puts buffers into the wrong channels.
+  BufferMap map{};
+  MasterGetBuffers(s.id(), &map);
+  const uint64_t expected = uint64_t(in_force.channel_count) * in_force.buffers_per_channel;
+  std::printf("  DMA descriptors mapped: %u (%u channels x %u buffers expected)\n",
+              unsigned(map.DescriptorCount), in_force.channel_count, in_force.buffers_per_channel);
+  if (map.DescriptorCount != expected)
+    PrintError("warning: the IO library mapped " + std::to_string(map.DescriptorCount) +
+               " DMA descriptors, but the library takes " + std::to_string(expected) +
+               " (CHCount x BuffersPerCH): channels and buffers will not line up");
 }
 
 int RunInfo(Session& s) {
@@ -259,7 +271,7 @@ int RunInfo(Session& s) {
   ShowLConvertorIdentity(s, field_failed);
   ShowSampleClock(s, type);
   ShowTemperatures(s, field_failed);
-  ShowDriverParameters();
+  ShowDriverParameters(s);
   return status;
 }
 

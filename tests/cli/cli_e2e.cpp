@@ -61,7 +61,8 @@ TEST(CliOnVirtualBoard, InfoShowsTheBoard) {
   EXPECT_TRUE(Has(LineStarting(run.out, "L-convertor serial number: "), "0000200001")) << run.out;
   for (const char* part : {"status: 0 (board usable)\nslot: 3\n", "interface version: 2\n",
                            "module serial number: 0012345678\nmodule version: 03\n",
-                           u8"PCB temperature: 41.00 °C\n", u8"FPGA temperature: 50.25 °C\n"})
+                           u8"PCB temperature: 41.00 °C\n", u8"FPGA temperature: 50.25 °C\n",
+                           "in force: 17\n", "DMA descriptors mapped: 68 (17 channels x 4 buffers"})
     EXPECT_TRUE(Has(run.out, part)) << part << " not in " << run.out;
 }
 
