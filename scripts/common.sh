@@ -50,6 +50,10 @@ linux_tools=(cmake:cmake ninja:ninja-build g++:g++ pkg-config:pkg-config
 windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine /usr/lib/wine/wine64:wine64
   /usr/src/googletest/CMakeLists.txt:googletest)
 
+# The fuzz targets: clang and its libFuzzer runtime.
+fuzz_tools=(clang++:clang
+  '/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a:libclang-rt-14-dev')
+
 configure_linux() {
   [[ -f $linux_build/build.ninja ]] ||
     cmake -S "$root" -B "$linux_build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null

@@ -8,10 +8,9 @@
 // addressing on the convertor that sets the presence bit, one-byte on the other (key prefixes
 // eeprom.lconv and eeprom.lconv2).
 #include <cstdio>
-#include <fstream>
-#include <iterator>
 
 #include "i2c_target.h"
+#include "platform/stdio_ext.h"
 
 namespace zsim {
 namespace {
@@ -213,12 +212,16 @@ class Eeprom : public I2cTarget {
     return KeyResult::kOk;
   }
 
+  // Only a regular file, and never more than the chip holds plus one byte (to see that it is
+  // too long): a FIFO or a device named here must not hold up the board's configuration.
   KeyResult LoadFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    if (path.empty() || !in) return KeyResult::kBadValue;
-    std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)),
-                               std::istreambuf_iterator<char>());
-    if (in.bad() || bytes.size() > size()) return KeyResult::kBadValue;
+    std::FILE* in = tvx::os::OpenRegularFile(path.c_str(), false);
+    if (in == nullptr) return KeyResult::kBadValue;
+    std::vector<uint8_t> bytes(size() + 1);
+    bytes.resize(std::fread(bytes.data(), 1, bytes.size(), in));
+    const bool failed = std::ferror(in) != 0;
+    std::fclose(in);
+    if (failed || bytes.size() > size()) return KeyResult::kBadValue;
     bytes.resize(size(), kErased);
     image_ = std::move(bytes);
     file_ = path;
