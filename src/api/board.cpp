@@ -1,5 +1,8 @@
 #include "api/board.h"
 
+#include <cstring>
+#include <exception>
+
 #include "api/controls.h"
 #include "board/eeprom.h"
 #include "board/fpga.h"
@@ -8,7 +11,11 @@
 #include "board/simulator.h"
 #include "hw/driver_parameters.h"
 #include "hw/regs.h"
+#include "hw/regs/dem.h"
 #include "hw/text.h"
+#include "rf/adc.h"
+#include "rf/convertor.h"
+#include "rf/synthesizer.h"
 #include "stream/channel_controls.h"
 #include "stream/data_channel.h"
 #include "stream/master.h"
@@ -25,6 +32,11 @@ IoFactory io_factory = NewBinding;
 // Returned when the IO library is missing or incomplete; CreateDeviceInstance turns every
 // nonzero status into 1, so the value only has to differ from the open/map codes 1 to 3.
 constexpr int32_t kNoLibraryStatus = -1;
+// A convertor code the interface module never gives on this board.
+constexpr int32_t kUnknownConvertorStatus = -1;
+constexpr double kType5SampleClock = 2.8e8;
+
+BuildObserver build_observer = nullptr;
 
 constexpr Slot kTearDownOrder[] = {
     Slot::Fpga,       Slot::Ram,          Slot::Adc,          Slot::Convertor,
@@ -44,10 +56,17 @@ IoFactory InstallIoFactory(IoFactory factory) {
   return previous;
 }
 
+BuildObserver InstallBuildObserver(BuildObserver observer) {
+  BuildObserver previous = build_observer;
+  build_observer = observer;
+  return previous;
+}
+
 template <class M, class... Args>
 M* cBoard::Build(Slot slot, Args&&... args) {
   M* module = new M(Io, static_cast<Args&&>(args)...);
   Modules[size_t(slot)] = module;
+  if (build_observer) build_observer(*this, slot);
   return module;
 }
 
@@ -64,25 +83,105 @@ void cBoard::BringUp() {
 
   SetFpgaBases();
   cInterfaceE* interface = Build<cInterfaceE>(Slot::Interface);
-  Build<cEepromPCB>(Slot::EepromPcb, interface);
-  Build<cEepromLConv>(Slot::EepromLConv, interface);
+  cEepromPCB* pcb = Build<cEepromPCB>(Slot::EepromPcb, interface);
+  cEepromLConv* lconv = Build<cEepromLConv>(Slot::EepromLConv, interface);
   Build<cfpgaE>(Slot::Fpga);
   Build<cRAM>(Slot::Ram, FpgaBases().DemBase);
+  Build<cADC>(Slot::Adc, Dem(dem::kChannelStatus));
 
   LConvertorType = interface->GetConvertorCode();
   SampleClock = kDefaultSampleClock;
 
+  // Without a convertor nothing of the RF path can be set up: the device is released, and
+  // what was built stays in its slot for the tear-down.
+  cConvertor* convertor = IdentifyConvertor(lconv);
+  if (Status != 0) {
+    ReleaseIo();
+    return;
+  }
+  LConvertorType = convertor->GetType();
+  Status = int32_t(convertor->Init(pcb, lconv));
+  if (Status != 0) {
+    Format(Text, "Error initializing L-convertor: %s\n", convertor->GetErrorText());
+    ReleaseIo();
+    return;
+  }
+
+  // A sampling clock that does not load leaves the device open and mapped until release.
+  if (!LoadSamplingClock()) return;
+  BuildModules();
+  BuildDataChannels();
+}
+
+// Code 2 is the plain two-preselector convertor; code 3 one whose EEPROM carries a version
+// that tells the type. The interface module gives no other code on this board; should one
+// come, it is reported like an identification that failed.
+cConvertor* cBoard::IdentifyConvertor(cEepromLConv* lconv) {
+  if (LConvertorType == 2) {
+    const double low = 9e8, high = 2.1e9;
+    const uint8_t preselectors = 2;
+    const uint32_t points = 26;
+    return Build<cConvertor_Type2>(Slot::Convertor, &low, &high, &preselectors, &points);
+  }
+  if (LConvertorType != 3) {
+    Status = kUnknownConvertorStatus;
+    Format(Text, "Failed to identify L-convertor: convertor code %d\n", int(LConvertorType));
+    return nullptr;
+  }
+  char version[8] = {};
+  if (uint32_t r = lconv->ReadVersion(version)) {
+    Status = int32_t(r);
+    Format(Text, "Failed to identify L-convertor: %s\n", lconv->GetErrorText());
+    return nullptr;
+  }
+  const double low = 9.5e8, high = 2.15e9;
+  const uint8_t preselectors = 1;
+  const uint32_t points = 25;
+  if (std::strcmp(version, "03") == 0)
+    return Build<cConvertor_Type4>(Slot::Convertor, &low, &high, &preselectors, &points);
+  if (std::strcmp(version, "04") == 0) {
+    SampleClock = kType5SampleClock;
+    return Build<cConvertor_Type5>(Slot::Convertor, &low, &high, &preselectors, &points);
+  }
+  return Build<cConvertor_Type3>(Slot::Convertor, &low, &high, &preselectors, &points);
+}
+
+// The fractional-N set-up's result is not looked at: a synthesizer that took none of it fails
+// the sampling-clock load that follows.
+bool cBoard::LoadSamplingClock() {
+  cSynthesizerE* synthesizer = Build<cSynthesizerE>(Slot::Synthesizer, LConvertorType);
+  if (LConvertorType == 4)
+    synthesizer->Configure(0);
+  else if (LConvertorType == 5 || LConvertorType == 6)
+    synthesizer->Configure(1);
+  Status = int32_t(synthesizer->SetSamplingFrequency(&SampleClock));
+  if (Status == 0) return true;
+  Format(Text, "Ошибка загрузки S-синтезатора: %s", synthesizer->GetErrorText());
+  return false;
+}
+
+// Every block in its place; the blocks whose modules are not part of this version of the
+// library keep their place in the order as an empty slot.
+void cBoard::BuildModules() {
+  // cGainFirst (the board's LConvertorType, DEM word 6), cGainSecondE: empty.
   Build<cPLL>(Slot::Pll);
+  // cCarrierE (SampleClock, the convertor), cTimingE (SampleClock, LConvertorType), cFilter
+  // (coefficient width 14): empty.
   Build<cIQCHCtrl>(Slot::IqChCtrl);
   Build<cDMDCHCtrl>(Slot::DmdChCtrl);
   Build<cDMA3CHCtrl>(Slot::Dma3ChCtrl);
+  // cModulation, cTimingMode, cAttenuator (LConvertorType): empty.
   Build<cSensor>(Slot::Sensor);
   Build<cMasterE>(Slot::Master);
+  // cCorrectorE (13 taps): empty.
   Build<cSimulator>(Slot::Simulator, SampleClock);
+  // cDemultiplexer, cIsoConverter (SampleClock, divider limit 9.4e7): empty.
   Build<cCircuitResetE>(Slot::CircuitReset);
+}
 
-  // One channel object per configured channel; the array is counted as it fills, so the
-  // destructor releases exactly what was built even if an allocation throws half-way.
+// One channel object per configured channel; the array is counted as it fills, so the
+// tear-down releases exactly what was built even if an allocation throws half-way.
+void cBoard::BuildDataChannels() {
   const uint32_t channels = MasterCfg->GetCHCount();
   DataChannels = new cDataChannel*[channels]();
   for (uint32_t c = 0; c < channels; ++c) {
@@ -110,31 +209,68 @@ bool cBoard::BringUpIo() {
   return true;
 }
 
-// Results are not checked: release goes on whatever the IO library answers.
+// Results are not checked: release goes on whatever the IO library answers. A device closed
+// once (a bring-up that released it) is not closed again: its handle may by then name
+// something else.
 void cBoard::ReleaseIo() {
   if (Io->memory_mapped()) Io->MemoryUnmap();
   if (Io->bar_mapped()) Io->BARUnmap();
-  Io->Close();
+  if (Io->opened()) Io->Close();
 }
 
-cBoard::~cBoard() {
+void cBoard::TearDown() {
+  std::exception_ptr first;
+  auto step = [&first](auto&& action) {
+    try {
+      action();
+    } catch (...) {
+      if (!first) first = std::current_exception();
+    }
+  };
   for (Slot slot : kTearDownOrder) {
     if (slot == Slot::MasterCfg) {
-      delete MasterCfg;
-      MasterCfg = nullptr;
+      step([this] {
+        cMasterCfg* config = MasterCfg;
+        MasterCfg = nullptr;
+        delete config;
+      });
       continue;
     }
-    delete Modules[size_t(slot)];
-    Modules[size_t(slot)] = nullptr;
+    step([this, slot] {
+      cCommonModule* module = Modules[size_t(slot)];
+      Modules[size_t(slot)] = nullptr;
+      delete module;
+    });
   }
-  for (uint32_t c = 0; c < DataChannelCount; ++c) delete DataChannels[c];
+  for (uint32_t c = 0; c < DataChannelCount; ++c)
+    step([this, c] {
+      cDataChannel* channel = DataChannels[c];
+      DataChannels[c] = nullptr;
+      delete channel;
+    });
   delete[] DataChannels;
   DataChannels = nullptr;
   DataChannelCount = 0;
   if (Io) {
-    // An incomplete binding never opened anything and has no functions to call.
-    if (Io->library_complete()) ReleaseIo();
-    delete Io;
+    // An incomplete binding never opened anything and has no functions to call. Each call
+    // runs even when the one before it threw.
+    if (Io->library_complete()) {
+      step([this] { if (Io->memory_mapped()) Io->MemoryUnmap(); });
+      step([this] { if (Io->bar_mapped()) Io->BARUnmap(); });
+      step([this] { if (Io->opened()) Io->Close(); });
+    }
+    cZARIM* io = Io;
+    Io = nullptr;
+    delete io;
+  }
+  if (first) std::rethrow_exception(first);
+}
+
+cBoard::~cBoard() {
+  try {
+    TearDown();
+  } catch (...) {
+    // Already on the way out of a failed bring-up, or released by a caller who was told.
   }
 }
 

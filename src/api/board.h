@@ -35,15 +35,29 @@ namespace test {
 class BoardSlots;
 }
 
+class cBoard;
+class cConvertor;
 class cDataChannel;
+class cEepromLConv;
+
+// Told of every module bring-up stores, right after it fills the slot. Unit tests watch the
+// order of construction through it (and may throw from it to leave a bring-up half-way); null,
+// the default, watches nothing. Returns the previous observer.
+using BuildObserver = void (*)(const cBoard& board, Slot slot);
+BuildObserver InstallBuildObserver(BuildObserver observer);
 
 class cBoard {
  public:
   explicit cBoard(uint8_t index) : Index(index) {}
   // Brings the board up; Status and Text tell how far it came. What it built stays in the
-  // slots either way, also when it is left by an exception, so that the destructor releases it.
+  // slots either way, also when it is left by an exception, so that the tear-down releases it.
   void BringUp();
-  ~cBoard();   // tears down in the fixed order
+  // The tear-down, in the fixed order. Every step runs even when an earlier one throws (a
+  // module, or the binding's unmap and close); the first exception is passed on once
+  // everything is released. A second call finds nothing left to do.
+  void TearDown();
+  // Tears down what TearDown has not, swallowing what it throws.
+  ~cBoard();
   cBoard(const cBoard&) = delete;
   cBoard& operator=(const cBoard&) = delete;
 
@@ -69,6 +83,10 @@ class cBoard {
   friend class test::BoardSlots;
   bool BringUpIo();
   void ReleaseIo();
+  cConvertor* IdentifyConvertor(cEepromLConv* lconv);
+  bool LoadSamplingClock();
+  void BuildModules();
+  void BuildDataChannels();
   template <class M, class... Args>
   M* Build(Slot slot, Args&&... args);
 

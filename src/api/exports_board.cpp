@@ -44,10 +44,13 @@ TORVIXE_API int32_t CreateDeviceInstance(DeviceId* id) {
 TORVIXE_API void ReleaseDeviceInstance(DeviceId* id) {
   if (!id || id->Index >= kBoardCount) return;
   cBoard*& entry = BoardTable[id->Index];
-  cBoard* board = entry;
+  std::unique_ptr<cBoard> board(entry);
   entry = nullptr;
+  if (!board) return;
+  // The tear-down runs outside the destructor so that what it throws reaches the caller's
+  // text; it releases everything before passing the exception on.
   try {
-    delete board;
+    board->TearDown();
   } catch (const std::exception& e) {
     SetLastErrorText("ReleaseDeviceInstance exception: %s", e.what());
   } catch (...) {

@@ -88,6 +88,13 @@ class BoardTest : public ::testing::Test {
     std::string value;
     return model.Get(key, &value) ? value : "(unknown key)";
   }
+  // The values written to `address` since the trace was cleared.
+  std::vector<uint32_t> Written(uint32_t address) const {
+    std::vector<uint32_t> out;
+    for (const zsim_access& a : model.Trace())
+      if (a.write && a.addr == address) out.push_back(a.value);
+    return out;
+  }
 
   zsim::BoardModel model{0};
   TestClock clock{&model};

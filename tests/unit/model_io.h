@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -64,6 +65,7 @@ class ModelIo : public cZARIM {
   int32_t ReadPort(uint32_t address, uint32_t* value) override {
     if (!Reaches()) return cZARIM::ReadPort(address, value);
     *value = model_->Read(address);
+    if (on_read) on_read(address, value);
     return 0;
   }
   int32_t WritePort(uint32_t address, uint32_t value) override {
@@ -72,6 +74,9 @@ class ModelIo : public cZARIM {
     return 0;
   }
   void set_bar_mapped(bool mapped) { BarMapped = mapped ? 1 : 0; }
+  // Sees every read the model answers and may change the value (a status bit the model
+  // cannot be told to drop for one word only).
+  std::function<void(uint32_t address, uint32_t* value)> on_read;
   void set_memory_mapped(bool mapped) { MemoryMapped = mapped ? 1 : 0; }
 
   static inline IoScript* current = nullptr;

@@ -31,6 +31,20 @@ constexpr uint32_t kIqChannelControl = 30;
 constexpr uint32_t kDma3ChannelControl = 31;
 constexpr uint32_t kDmdChannelControl = 32;
 
+// ADC serial interface: a control word and a one-bit data word; the converter's answers come
+// back on one bit of a channel status word.
+constexpr uint32_t kAdcControl = 38;
+constexpr uint32_t kAdcEnd = 0;             // end of transfer
+constexpr uint32_t kAdcSwitchToRead = 1;    // the converter drives the data line from now
+constexpr uint32_t kAdcStart = 3;           // start of a transfer
+constexpr uint32_t kAdcReset = 4;           // reset request
+constexpr uint32_t kAdcData = 39;           // each write sends bit 0; reading, each write clocks
+constexpr uint32_t kChannel2Status = 96;    // channel 2's status word (channel 1: kChannelStatus)
+constexpr uint32_t kAdcDataLine = 1u << 14; // in both channel status words
+constexpr uint32_t kLoopStatus = 8;         // status word; bits 15-8 the ADC's counter byte
+constexpr uint32_t kAdcCounterShift = 8;
+constexpr uint32_t kAdcCounterMask = 0xFF;
+
 constexpr uint32_t kPllControl = 22;      // PLL control word
 constexpr uint32_t kCircuitReset = 2045;  // circuit reset word
 
