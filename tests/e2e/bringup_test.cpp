@@ -4,11 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
 #include <string>
 #include <vector>
 
-#include "test_env.h"
 #include "torvixe.h"
 #include "zarimsim.h"
 
@@ -106,24 +104,6 @@ TEST_F(VirtualBoardTest, AFailedBarMapIsKeptUntilRelease) {
   EXPECT_EQ(Get("open") + Get("memory_mapped") + Get("bar_mapped"), "000");
   PortAccess after{0x8000, 0};
   EXPECT_EQ(_devinp(&board0, &after), 1) << "the exports find no board";
-}
-
-// On Linux the devices are the entries of $TORVIXE_DEVICES (Windows asks SetupAPI, which knows
-// none under Wine): a name for each counted device, "" beyond, every name in one buffer.
-TEST(Enumeration, NamesExistExactlyForTheCountedDevices) {
-  tvx::test::TempDir dir;
-  for (const char* entry : {"zarim1", "zarim0"}) std::ofstream(dir.path() / entry).put('\n');
-  tvx::test::ScopedEnv env("TORVIXE_DEVICES", dir.str());
-  const uint32_t n = DeviceSupportedCount();
-  ASSERT_TRUE(n == 0 || n == 2) << n;
-  DeviceId second{1};
-  EXPECT_STREQ(GetFullDeviceName(&second), n ? "/dev/zarim1" : "");
-  const char* first = GetFullDeviceName(nullptr);
-  for (uint32_t i = 0; i < n + 3; ++i) {
-    DeviceId id{uint8_t(i)};
-    EXPECT_EQ(GetFullDeviceName(&id), first);
-    EXPECT_EQ(*first != 0, i < n) << i;
-  }
 }
 
 }  // namespace

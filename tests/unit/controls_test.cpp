@@ -1,5 +1,4 @@
-// The interface module, PLL control and circuit reset: the registers they touch and the
-// codes and texts they give.
+// PLL control and circuit reset: the registers they touch and the codes and texts they give.
 #include <vector>
 
 #include "api/controls.h"
@@ -42,25 +41,6 @@ TEST_F(ControlsTest, PllControlAndCircuitResetWithTheBarUnmapped) {
   cPLL pll(nullptr);
   EXPECT_EQ(pll.Control(1), 1);
   EXPECT_STREQ(pll.GetErrorText(), "Не задан модуль интерфейса устройства");
-}
-
-// Bring-up took code 3 from the (default) presence bit; each reading is one read of
-// peripheral word 0. The interface version is a constant and reads no register.
-TEST_F(ControlsTest, ConvertorCodeAndInterfaceVersion) {
-  EXPECT_EQ(board()->LConvertorType, 3);
-  auto* interface = board()->Get<cInterfaceE>(Slot::Interface);
-  for (auto [present, code] : {std::pair{"0", 2}, std::pair{"1", 3}}) {
-    Set("lconv.present", present);
-    model.ClearTrace();
-    EXPECT_EQ(interface->GetConvertorCode(), code);
-    EXPECT_EQ(model.Trace(), (std::vector<zsim_access>{R(0x4000, model.Peek(0x4000))}));
-  }
-  EXPECT_EQ(interface->GetEepromPcbAddress(), 0xA6);
-  model.ClearTrace();
-  uint8_t version = 0;
-  EXPECT_EQ(GetInterfaceVersion(&id, &version), 0);
-  EXPECT_EQ(version, 2);
-  EXPECT_TRUE(model.Trace().empty());
 }
 
 }  // namespace

@@ -94,9 +94,8 @@ TEST_F(EepromTest, FailuresKeepTheirCodeAndThePreset) {
 }
 
 // A single byte: address set, pause, start for reading, pause, the byte unacknowledged (the
-// receive register read), pause, stop. A word: one transaction, high byte first, no pauses;
-// a byte that does not come ends it without a stop.
-TEST_F(EepromTest, ByteAndWordReads) {
+// receive register read), pause, stop.
+TEST_F(EepromTest, SingleByteReadPausesAfterEachStep) {
   Text text;
   ASSERT_EQ(GetModuleVersion(&id, text.bytes), 0);
   EXPECT_EQ(Commands(), (Commands_{0x0A6, 0x100, 0x100, 0x300, 0x0A7, 0x2FF, 0x300}));
@@ -107,19 +106,6 @@ TEST_F(EepromTest, ByteAndWordReads) {
     EXPECT_EQ(Commands(clock.sleeps[i].after_accesses).back(), before_each[i]) << "pause " << i;
   }
   EXPECT_EQ(model.Trace()[clock.sleeps[2].after_accesses - 1].addr, 0x4020u);
-
-  Bytes("pcb", 0x0040, {0x12, 0x34});
-  Restart();
-  uint16_t word = 0;
-  ASSERT_EQ(pcb()->ReadWordAt(0x0040, 2, &word), 0u);
-  EXPECT_EQ(word, 0x1234);
-  EXPECT_EQ(Commands(), (Commands_{0x0A6, 0x100, 0x140, 0x300, 0x0A7, 0x200, 0x2FF, 0x300}));
-  EXPECT_TRUE(clock.sleeps.empty());
-  Restart();
-  Fault("pcb", "stuck", "5");
-  EXPECT_EQ(pcb()->ReadWordAt(0x0040, 2, &word), 1u);
-  EXPECT_EQ(word, 0x1234);
-  EXPECT_EQ(Commands().back(), 0x2FFu);
 }
 
 // Voltage maxima are unsigned and 0xFFFF means "not written" (-10); minima are signed. The
@@ -159,8 +145,8 @@ TEST_F(EepromTest, VoltageLimitsAndCalibrationKeepTheirSign) {
 }
 
 // A control voltage is two single-byte reads with a pause after each step (80 ms), in
-// millivolts; the two-preselector convertor's EEPROM takes one address byte per control byte.
-TEST_F(EepromTest, ControlVoltagesAndBytes) {
+// millivolts.
+TEST_F(EepromTest, ControlVoltages) {
   double volts = 0;
   ASSERT_EQ(lconv()->ReadControlVoltage(3, &volts), 0u);
   EXPECT_DOUBLE_EQ(volts, 3.5) << "default table: 2.000 V + 0.500 V per entry";
@@ -173,16 +159,6 @@ TEST_F(EepromTest, ControlVoltagesAndBytes) {
   EXPECT_EQ(lconv()->ReadControlVoltage(0, &volts), 3u);
   EXPECT_EQ(volts, 65.535);
   EXPECT_TRUE(clock.sleeps.empty()) << "no pause after a failed step";
-
-  Fault("lconv", "none");
-  Set("lconv.present", "0");
-  Restart();
-  uint8_t byte = 0;
-  ASSERT_EQ(lconv()->ReadControlByte(2, 3, &byte), 0u);
-  EXPECT_EQ(byte, 40) << "preselector 2, index 3 of the default table: 4.0 V";
-  EXPECT_EQ(Commands(), (Commands_{0x0A0, 0x10D, 0x300, 0x0A1, 0x2FF, 0x300}));
-  ASSERT_EQ(lconv()->ReadControlByte(1, 0, &byte), 0u);
-  EXPECT_EQ(byte, 20);
 }
 
 // A stand-in for the convertor object, which bring-up does not build yet.

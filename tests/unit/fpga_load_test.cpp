@@ -109,17 +109,6 @@ TEST_F(FpgaLoadTest, ResetNeverAcknowledgedTimesOutAfterOneSecond) {
   EXPECT_EQ(Load("DEM", file), 0) << GetErrorMessage();
 }
 
-// RS takes any set bit as its acknowledge: a loaded DEM's done bit answers the first poll.
-TEST_F(FpgaLoadTest, RsAcceptsAnySetBitAsItsAcknowledge) {
-  const std::string file = files.Write("image.bin", Bytes({9, 9}));
-  ASSERT_EQ(Load("DEM", file), 0);
-  Set("fpga.rs.ack", "never");
-  model.ClearTrace();
-  EXPECT_EQ(Load("RS", file), 0) << GetErrorMessage();
-  EXPECT_EQ(Trace()[1], R(kControl, 0x2)) << "one poll, answered by DEM's done bit";
-  EXPECT_EQ(Get("fpga.rs.state"), "loaded");
-}
-
 // Without done the device stays in reset and there is no release pause. The board refuses an
 // image of another length than it expects as it refuses one that never raises done.
 TEST_F(FpgaLoadTest, DoneNeverRisesLeavesTheDeviceInReset) {

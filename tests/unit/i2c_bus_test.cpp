@@ -96,22 +96,6 @@ TEST_F(I2cTest, FailuresGiveTheirCodeTextAndStopCondition) {
   }
 }
 
-// Address polling waits out an EEPROM's write cycle (five refusals) without a time-out.
-TEST_F(I2cTest, AddressPollingWaitsOutTheWriteCycleOfAnEeprom) {
-  Set("eeprom.write_polls", "5");
-  Open();
-  cI2CBus bus(io());
-  ASSERT_EQ(bus.Start(0xA6, 0), 0u);
-  for (uint8_t byte : {0x01, 0x20, 0x77}) ASSERT_EQ(bus.WriteByte(byte), 0u);
-  bus.Stop();
-  Restart();
-  const double before = clock.seconds();
-  EXPECT_EQ(bus.Start(0xA6, 0), 0u);
-  EXPECT_EQ(Commands(), Commands_(6, 0x0A6));
-  ExpectWaited(before, 0.0);
-  bus.Stop();
-}
-
 // Idle is bit 0 clear, the acknowledge bit 7, whatever else is set; a status that cannot be
 // read counts as busy.
 TEST_F(I2cTest, WaitIdleReportsTheAcknowledgeBitAndAnUnreadableStatusIsBusy) {

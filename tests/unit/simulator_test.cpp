@@ -107,19 +107,5 @@ TEST_F(SimulatorTest, LoadFailuresKeepTheErrorText) {
   EXPECT_TRUE(Trace().empty());
 }
 
-// A null value on a board that is up (the boardless paths are the export table's business).
-TEST_F(SimulatorTest, NullValuesOfTheFourExports) {
-  const std::pair<int32_t (*)(DeviceId*), const char*> cases[] = {
-      {[](DeviceId* d) { return SimulatorLoad(d, nullptr); }, "SimulatorLoad"},
-      {[](DeviceId* d) { return SimulatorControl(d, nullptr); }, "SimulatorControl"},
-      {[](DeviceId* d) { return SimulatorSetCarrier(d, nullptr); }, "SimulatorSetCarrier"},
-      {[](DeviceId* d) { return SimulatorSetTiming(d, nullptr); }, "SimulatorSetTiming"}};
-  for (const auto& [call, name] : cases) {
-    EXPECT_EQ(call(&id), -1) << name;
-    EXPECT_EQ(GetErrorMessage(), std::string(name) + " [0]: NULL-объект или NULL-параметр\n");
-  }
-  EXPECT_TRUE(Trace().empty());
-}
-
 }  // namespace
 }  // namespace tvx::test
