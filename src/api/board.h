@@ -31,10 +31,6 @@ constexpr double kDefaultSampleClock = 560e6 / 3;
 using IoFactory = cZARIM* (*)();
 IoFactory InstallIoFactory(IoFactory factory);
 
-namespace test {
-class BoardSlots;
-}
-
 class cBoard;
 class cConvertor;
 class cDataChannel;
@@ -79,8 +75,6 @@ class cBoard {
   uint8_t BoardVariant = 2;
 
  private:
-  // Unit tests put stand-ins into slots that this version's bring-up leaves empty.
-  friend class test::BoardSlots;
   bool BringUpIo();
   void ReleaseIo();
   cConvertor* IdentifyConvertor(cEepromLConv* lconv);

@@ -7,16 +7,13 @@
 // abuse a process can put a board through: a thousand bring-ups and releases.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <set>
 #include <string>
 #include <vector>
 
-#include "test_env.h"
 #include "torvixe.h"
 #include "zarimsim.h"
 
@@ -268,44 +265,4 @@ TEST(BadInput, EveryExportOnEveryIndexBeforeAndAfterBringUp) {
   EXPECT_STREQ(zsim_get(0, "live"), "open=0 bar_mapped=0 memory_mapped=0 events=0");
   zsim_reset();
 }
-
-// Open descriptors of the process, or -1 on Windows: there the library's handles are kernel
-// objects without descriptors (under Wine the Wine process's own descriptors come and go with
-// its caches), and the virtual board's count of what it holds stands alone.
-int Descriptors() {
-  std::error_code ec;
-  int count = 0;
-  for (std::filesystem::directory_iterator it("/proc/self/fd", ec), end; !ec && it != end;
-       it.increment(ec))
-    ++count;
-  return ec || tvx::test::OnWindows() ? -1 : count;
-}
-
-// Whatever one cycle leaves behind (a descriptor, an open device, a mapping, a data event)
-// adds up to a count that shows. A bring-up that grew fixed waits would make the thousand
-// cycles take hours: past a minute the soak stops where it is, since a leak shows by then.
-TEST(Soak, AThousandBringUpsAndReleasesLeaveNothingBehind) {
-  zsim_reset();
-  DeviceId board{0};
-  // The first bring-up loads what stays for the life of the process; count from after it.
-  ASSERT_EQ(CreateDeviceInstance(&board), 0) << GetErrorMessage();
-  EXPECT_EQ(std::string(zsim_get(0, "live")),
-            "open=1 bar_mapped=1 memory_mapped=1 events=" + std::string(zsim_get(0, "dma.channels")));
-  ReleaseDeviceInstance(&board);
-  const int descriptors = Descriptors();
-  const auto start = std::chrono::steady_clock::now();
-  int cycles = 0;
-  for (; cycles < 1000 && (cycles < 20 || std::chrono::steady_clock::now() - start <
-                                              std::chrono::seconds(60));
-       ++cycles) {
-    ASSERT_EQ(CreateDeviceInstance(&board), 0) << "cycle " << cycles << ": " << GetErrorMessage();
-    ReleaseDeviceInstance(&board);
-  }
-  const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-  std::printf("%d cycles, %.2f ms each\n", cycles, took.count() * 1000 / cycles);
-  EXPECT_EQ(Descriptors(), descriptors);
-  EXPECT_STREQ(zsim_get(0, "live"), "open=0 bar_mapped=0 memory_mapped=0 events=0");
-  zsim_reset();
-}
-
 }  // namespace

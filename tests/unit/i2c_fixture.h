@@ -12,14 +12,6 @@ namespace tvx::test {
 
 constexpr uint32_t kPrescalerReg = 0x4020, kStatusReg = 0x4024, kCommandReg = 0x402C;
 
-class BoardSlots {
- public:
-  // Gives `module` to an empty slot of `board`, which deletes it at release.
-  static void Put(cBoard* board, Slot slot, cCommonModule* module) {
-    board->Modules[size_t(slot)] = module;
-  }
-};
-
 class I2cTest : public BoardTest {
  protected:
   void SetUp() override {
