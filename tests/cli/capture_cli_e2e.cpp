@@ -9,7 +9,7 @@ namespace cli_e2e {
 namespace {
 
 TEST(CaptureOnVirtualBoard, EveryBufferArrivesInOrderAndVerifies) {
-  const CliResult run = RunCli("capture -c 0,16 --bytes 393216 --verify --rate 200");
+  const CliResult run = RunCli("capture -c 0,16 --bytes 393216 --verify --rate 50");
   ASSERT_EQ(run.status, 0) << run.out << run.err;
   for (const char* channel : {"channel 0: ", "channel 16: "}) {
     const std::string line = LineStarting(run.out, channel);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <thread>
 #include <vector>
 
@@ -19,7 +20,9 @@ class StreamingTest : public ::testing::Test {
  protected:
   void SetUp() override {
     zsim_reset();
-    ASSERT_EQ(zsim_set(0, "dma.rate", "50"), 0);
+    // 20 buffers a second: a reader must stall for a whole ring, 200 ms, before anything is lost,
+    // which no busy machine running the sanitizers or Wine comes near.
+    ASSERT_EQ(zsim_set(0, "dma.rate", "20"), 0);
     ASSERT_EQ(CreateDeviceInstance(&board), 0) << GetErrorMessage();
     ASSERT_EQ(MasterGetBuffers(&board, &map), 0);
     ASSERT_EQ(map.DescriptorCount, 17u * 4);
@@ -36,14 +39,14 @@ class StreamingTest : public ::testing::Test {
   uint32_t size = 0;
 };
 
+// The readers are waiting before the engine starts, so none comes in late.
 TEST_F(StreamingTest, SeventeenChannelsArriveCompleteAndInOrder) {
-  ASSERT_EQ(MasterStart(&board, &kStart), 0);
   std::atomic<int> failures{0};
   std::vector<std::thread> readers;
   for (uint32_t c = 0; c < 17; ++c) {
     readers.emplace_back([&, c] {
       std::vector<uint8_t> data(2 * size_t(size));
-      for (uint64_t next = 0; next < 40;) {   // 40 buffers at 50 a second each
+      for (uint64_t next = 0; next < 24;) {
         uint32_t got = 0;
         const int32_t result = ReadChannelData(&board, c, data.data(), uint32_t(data.size()), &got, 2000);
         if (result != 0 || got != data.size()) return void(++failures);
@@ -52,6 +55,8 @@ TEST_F(StreamingTest, SeventeenChannelsArriveCompleteAndInOrder) {
       }
     });
   }
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  ASSERT_EQ(MasterStart(&board, &kStart), 0);
   for (auto& t : readers) t.join();
   EXPECT_EQ(failures, 0);
 }
