@@ -1,6 +1,5 @@
-// The register BAR under stress the end-to-end tests do not apply: traps from two threads at
-// once, and faults that are not the board's. (That an access reaches the model and the trace
-// once, with its value, is what every end-to-end trace shows.)
+// The register BAR under what the end-to-end tests do not apply: traps from several threads
+// at once, and faults that are not the board's.
 #include <atomic>
 #include <csignal>
 #include <thread>
@@ -17,8 +16,7 @@ using BarTest = SimTest;
 TEST_F(BarTest, TrapsFromThreeThreadsOnTwoBoards) {
   ASSERT_EQ(zsim_set(0, "boards", "2"), 0);
   OpenBoard a(0), b(1);
-  zsim_trace_clear(0);
-  zsim_trace_clear(1);
+  zsim_trace_clear(0), zsim_trace_clear(1);
   std::atomic<uint32_t> wrong{0};
   auto hammer = [&](const OpenBoard* board, uint32_t address) {
     for (uint32_t i = 0; i < 2000; ++i) {
@@ -33,8 +31,8 @@ TEST_F(BarTest, TrapsFromThreeThreadsOnTwoBoards) {
   EXPECT_EQ(zsim_trace(1, nullptr, 0), 2 * 2000u);
 }
 
-// Each in a fresh process: an access violation outside any BAR, after the board's traps are
-// in place, must reach the handler installed before them, or kill without one.
+// In a fresh process each: an access violation outside any BAR must reach the handler
+// installed before the board's traps, or kill without one.
 void ExitCleanly(int) { std::_Exit(0); }
 
 void ForeignFault() {

@@ -1,6 +1,5 @@
-// The file named by ZARIM_SIM_CONFIG is applied before the first call does anything (a fresh
-// process is needed), with comments, CR LF, global keys for every board and sections for one.
-// The CLI's --sim-config takes the same reader: its end-to-end test covers that path.
+// The file named by ZARIM_SIM_CONFIG is applied before the first call (so in a fresh process),
+// with comments, CR LF, global keys for every board and sections for one.
 #include <fstream>
 
 #include "sim_test_util.h"

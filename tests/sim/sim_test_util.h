@@ -1,5 +1,5 @@
-// Helpers shared by the virtual board's tests. The tests reach the board only as a program
-// does: through the eleven exported functions and the control interface of zarimsim.h.
+// Helpers shared by the virtual board's tests, which reach the board only as a program does:
+// through the IO library's exports and the control interface of zarimsim.h.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -14,8 +14,7 @@
 #include "test_env.h"
 #include "zarimsim.h"
 
-// The IO library's exports, with the types the binding calls them through.
-extern "C" {
+extern "C" {   // the exports used here, with the types the binding calls them through
 tvx::zarimio::Handle ZARIM_Open(uint8_t index);
 int32_t ZARIM_Close(tvx::zarimio::Handle device);
 int32_t ZARIM_Read(tvx::zarimio::Handle device, tvx::zarimio::PortRequest* request);
@@ -23,41 +22,20 @@ int32_t ZARIM_Write(tvx::zarimio::Handle device, tvx::zarimio::PortRequest* requ
 int32_t ZARIM_MemoryMap(tvx::zarimio::Handle device, void* memory_map_info);
 int32_t ZARIM_MemoryUnmap(tvx::zarimio::Handle device, void* reserved);
 int32_t ZARIM_BARMap(tvx::zarimio::Handle device, void* bar_info);
-int32_t ZARIM_BARUnmap(tvx::zarimio::Handle device, void* bar_info);
 int32_t ZARIM_GetInterruptInfo(tvx::zarimio::Handle device, void* interrupt_info);
 uint32_t DeviceSupportedCount();
-uint32_t ZARIM_GetSlotNumber(tvx::zarimio::Handle device);
-}
-
-// Trace entries compare and print by value (zsim_access lives in the global namespace).
-inline bool operator==(const zsim_access& a, const zsim_access& b) {
-  return a.addr == b.addr && a.value == b.value && a.write == b.write;
-}
-inline std::ostream& operator<<(std::ostream& os, const zsim_access& a) {
-  char text[48];
-  std::snprintf(text, sizeof text, "{0x%04X, 0x%08X, %s}", a.addr, a.value, a.write ? "w" : "r");
-  return os << text;
 }
 
 namespace zsim_test {
 
 using namespace tvx::zarimio;
-using tvx::os::LastError;
 using tvx::test::OnWindows;
 using tvx::test::ScopedEnv;
 using tvx::test::TempDir;
-using Trace = std::vector<zsim_access>;
 
 inline std::string Get(unsigned board, const char* key) {
   const char* text = zsim_get(board, key);
   return text ? text : "<null>";
-}
-
-// The whole trace of a board (below trace.max every entry is still held).
-inline Trace TraceOf(unsigned board) {
-  Trace out(zsim_trace(board, nullptr, 0));
-  zsim_trace(board, out.data(), out.size());
-  return out;
 }
 
 // Every test starts from a board at its defaults, with the driver's service key absent: on
@@ -66,13 +44,9 @@ class SimTest : public ::testing::Test {
  protected:
   void SetUp() override {
     tvx::ServiceKeyPath(tvx::kDriverService, key_, sizeof key_);
-    Parameters(nullptr, nullptr);
-    zsim_reset();
+    TearDown();
   }
-  void TearDown() override {
-    Parameters(nullptr, nullptr);
-    zsim_reset();
-  }
+  void TearDown() override { Parameters(nullptr, nullptr), zsim_reset(); }
   // The channel count and buffers per channel of the service key (null: absent).
   void Parameters(const uint32_t* channels, const uint32_t* buffers) {
     Put(tvx::kChannelCountValue, channels);
@@ -101,7 +75,6 @@ struct OpenBoard {
   }
   ~OpenBoard() { ZARIM_Close(handle); }
   OpenBoard(const OpenBoard&) = delete;
-
   // The register at a byte address, through the mapped BAR.
   volatile uint32_t& Reg(uint32_t address) const {
     return *reinterpret_cast<volatile uint32_t*>(uintptr_t(bar.user_address) + address);

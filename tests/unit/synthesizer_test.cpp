@@ -15,10 +15,7 @@ class SynthesizerTest : public BoardTest {
     BoardTest::SetUp();
     ASSERT_EQ(CreateDeviceInstance(&id), 0) << GetErrorMessage();
   }
-  void Restart() {
-    model.ClearTrace();
-    clock.sleeps.clear();
-  }
+  void Restart() { model.ClearTrace(), clock.sleeps.clear(); }
   cSynthesizer* s() const { return board()->Get<cSynthesizer>(Slot::Synthesizer); }
   DeviceId id{0};
 };
@@ -27,17 +24,11 @@ class SynthesizerTest : public BoardTest {
 // refused before anything is sent. SampleClock stays.
 TEST_F(SynthesizerTest, SamplingClockWords) {
   const std::string refused = "sSynthLoad [0]: Ошибка загрузки S-синтезатора: ";
-  const struct {
-    double hz;
-    int32_t result;
-    uint32_t counter;
-    double realised;
-    std::string text;
-  } cases[] = {{186666666.67, 0, 0x400E02, 186666666.67, ""},
-               {2.8e8, 0, 0x401502, 2.8e8, ""},
-               {1.71e8, 0, 0x400C1E, 171666666.67, ""},
-               {8333333.3, 1, 0, 8333333.33, refused + "недопустимый код прескалера; A = 5, B = 0"},
-               {NAN, 1, 0, 8333333.33, refused + "недопустимая частота nan Гц"}};
+  const struct { double hz; int32_t result; uint32_t counter; double realised; std::string text; } cases[] = {
+      {186666666.67, 0, 0x400E02, 186666666.67, ""},
+      {1.71e8, 0, 0x400C1E, 171666666.67, ""},   // B 12, A 15
+      {8333333.3, 1, 0, 8333333.33, refused + "недопустимый код прескалера; A = 5, B = 0"},
+      {NAN, 1, 0, 8333333.33, refused + "недопустимая частота nan Гц"}};
   for (const auto& c : cases) {
     Restart();
     LastErrorText[0] = '\0';
@@ -56,14 +47,11 @@ TEST_F(SynthesizerTest, SamplingClockWords) {
 // locks fails after all three.
 TEST_F(SynthesizerTest, SamplingClockFailures) {
   const double hz = 186666666.67;
-  const struct {
-    uint32_t stuck, result;
-    size_t sent;
-    const char* text;
-  } cases[] = {{0x20000D, 0xFFFFFFFF, 1, "REF Синтезатор не готов, 0x0020000D"},
-               {0x93120, 0xFFFFFFFE, 2, "FN Синтезатор не готов, 0x00093120"},
-               {0x400E02, 0xFFFFFFFD, 3, "VCO Синтезатор не готов, 0x00400E02"},
-               {0, 0xFFFFFFFC, 3, "Нет синхронизации синтезатора частоты дискретизации, 0x80400E02"}};
+  const struct { uint32_t stuck, result; size_t sent; const char* text; } cases[] = {
+      {0x20000D, 0xFFFFFFFF, 1, "REF Синтезатор не готов, 0x0020000D"},
+      {0x93120, 0xFFFFFFFE, 2, "FN Синтезатор не готов, 0x00093120"},
+      {0x400E02, 0xFFFFFFFD, 3, "VCO Синтезатор не готов, 0x00400E02"},
+      {0, 0xFFFFFFFC, 3, "Нет синхронизации синтезатора частоты дискретизации, 0x80400E02"}};
   for (const auto& c : cases) {
     Set("synth.s.fault", c.stuck ? "none" : "never_lock");
     io()->on_read = [&c](uint32_t address, uint32_t* value) {
@@ -80,17 +68,17 @@ TEST_F(SynthesizerTest, SamplingClockFailures) {
 // fractional-N: register 5's settings, the ratio's integer and fraction, ready 5 ms later.
 TEST_F(SynthesizerTest, LocalOscillatorWords) {
   const std::vector<uint32_t> integer_sleeps{1, 1, 1, 10}, fractional_sleeps{1, 1, 1, 1, 1, 1, 1, 1, 5};
-  const struct {
-    uint8_t type;
-    double hz;
-    uint32_t reference_select, result;
-    std::vector<uint32_t> words;
-  } cases[] = {
+  // Register 5's divider setting first; the three settings after it never change.
+  auto fractional = [](uint32_t divider, uint32_t integer, uint32_t fraction) {
+    return std::vector<uint32_t>{0x05000000 | divider, 0x05002818, 0x050060A0, 0x05001628, 0x05000000,
+                                 0x03000000 | integer, 0x04000000 | fraction};
+  };
+  const struct { uint8_t type; double hz; uint32_t reference_select, result; std::vector<uint32_t> words; } cases[] = {
       {3, 1.34e9, 0, 0, {4, 0x90012, 0x1019}},
       {1, 2.05e9, 0, 0, {4, 0x90012, 0x1915}},
-      {5, 1.555e9, 0, 0, {0x05006090, 0x05002818, 0x050060A0, 0x05001628, 0x05000000, 0x0300009B, 0x04800000}},
-      {4, 1499999999, 0, 0, {0x05006110, 0x05002818, 0x050060A0, 0x05001628, 0x05000000, 0x0300012B, 0x04FFFFFC}},
-      {6, 1.5e9, 1, 0, {0x05006090, 0x05002818, 0x050060A0, 0x05001628, 0x05000000, 0x0300001E, 0x04000000}},
+      {5, 1.555e9, 0, 0, fractional(0x6090, 0x9B, 0x800000)},
+      {4, 1499999999, 0, 0, fractional(0x6110, 0x12B, 0xFFFFFC)},
+      {6, 1.5e9, 1, 0, fractional(0x6090, 0x1E, 0)},
       {0, 1.34e9, 0, 0xFFFFFFF6, {}},
       {7, 1.34e9, 0, 0xFFFFFFF6, {}},
       {3, -1.0, 0, 1, {}}};
