@@ -25,7 +25,7 @@ class StreamingTest : public ::testing::Test {
     ASSERT_EQ(zsim_set(0, "dma.rate", "20"), 0);
     ASSERT_EQ(CreateDeviceInstance(&board), 0) << GetErrorMessage();
     ASSERT_EQ(MasterGetBuffers(&board, &map), 0);
-    ASSERT_EQ(map.DescriptorCount, 17u * 4);
+    ASSERT_EQ(uint32_t{map.DescriptorCount}, 17u * 4);   // a packed field: compared by value
     ASSERT_EQ(MasterLoad(&board, &map), 0) << GetErrorMessage();
     size = static_cast<const BufferDescriptor*>(map.Descriptors)[0].Size;
   }

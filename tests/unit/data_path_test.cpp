@@ -107,7 +107,7 @@ TEST_F(DataPathTest, RefusalsReachNoRegister) {
   BufferMap untouched{};
   untouched.DescriptorCount = 77;
   EXPECT_EQ(MasterGetBuffers(&id, &untouched), 0);
-  EXPECT_EQ(untouched.DescriptorCount, 77u);
+  EXPECT_EQ(uint32_t{untouched.DescriptorCount}, 77u);
   io()->set_memory_mapped(true);
 
   script.interrupt_info = 31;
