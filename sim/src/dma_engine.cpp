@@ -35,9 +35,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// An engine that fell this far behind its rate (a debugger stop, a starved machine) starts
-// its schedule over rather than completing the backlog in one rush.
-constexpr auto kMaxLag = std::chrono::seconds(1);
 
 // The completed count of channel c's progress record.
 uint32_t* CompletedCount(void* progress, uint32_t c) {
@@ -139,7 +136,11 @@ class Engine {
       if (s->rate == 0) return true;
       const Clock::time_point due = schedule->first + schedule->period * int64_t(schedule->ticks);
       const auto now = Clock::now();
-      if (now - due > kMaxLag) {
+      // A board's engine runs at its rate and never faster: an engine thread the machine kept
+      // from running for more than a period (a starved machine, a debugger stop) starts its
+      // schedule over instead of completing the backlog back to back, which a reader would
+      // see as a burst that hardware never makes.
+      if (now - due > schedule->period) {
         schedule->first = now;
         schedule->ticks = 0;
         return true;
