@@ -67,16 +67,6 @@ TEST_F(Registry, ReadsValuesThatFitAndRefusesLongerOnes) {
   EXPECT_EQ(OpenRegistryKey("SOFTWARE\\..\\.."), nullptr) << "names are not paths";
 }
 
-TEST_F(Registry, WriteCreatesNestedKeysAndDeleteIsIdempotent) {
-  const std::string nested = std::string(kKey) + "\\Nested\\Deeper";
-  const std::string name = Write("nested", {7}, nested);
-  EXPECT_EQ(Read(name, 1, nested), "\x07");
-  EXPECT_TRUE(DeleteRegistryValue(nested.c_str(), name.c_str()));
-  EXPECT_EQ(Read(name, 1, nested), "refused");
-  EXPECT_TRUE(DeleteRegistryValue(nested.c_str(), name.c_str())) << "already absent";
-  EXPECT_TRUE(DeleteRegistryValue(("SOFTWARE\\torvixe-tests\\absent-" + nonce_).c_str(), "x"));
-}
-
 // On POSIX the tree is an interface of its own: administrators and tools create the files.
 TEST_F(Registry, PosixValueIsAFileOfRawBytesUnderTheKeyPath) {
   if (test::OnWindows()) GTEST_SKIP() << "the Windows registry has no file layout";

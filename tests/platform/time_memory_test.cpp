@@ -1,32 +1,13 @@
-// The counter, sleeps and page-granular memory.
+// Page-granular memory. (The counter and sleeps are measured by the FPGA reset time-out
+// end to end.)
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdint>
 
 #include "platform/os.h"
 
 namespace tvx::os {
 namespace {
-
-// Never backwards; a 150 ms sleep counts as about 150 ms, as the steady clock sees it.
-TEST(Counter, IsMonotonicAndAgreesWithTheSteadyClock) {
-  const int64_t frequency = PerformanceFrequency();
-  ASSERT_GT(frequency, 0);
-  int64_t previous = PerformanceCounter();
-  for (int i = 0; i < 10000; ++i) {
-    const int64_t now = PerformanceCounter();
-    ASSERT_GE(now, previous);
-    previous = now;
-  }
-  const auto wall_start = std::chrono::steady_clock::now();
-  const int64_t start = PerformanceCounter();
-  SleepMs(150);
-  const double counted = (PerformanceCounter() - start) * 1000.0 / frequency;
-  const double wall = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - wall_start).count();
-  EXPECT_TRUE(counted >= 140.0 && counted <= 350.0) << counted;
-  EXPECT_NEAR(counted, wall, 20.0) << "counter units and frequency disagree";
-}
 
 // Pages come zeroed and aligned; closing and reopening a range keeps its contents and leaves
 // the neighbours open: the virtual board toggles register pages this way around every access.
