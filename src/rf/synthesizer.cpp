@@ -38,6 +38,10 @@ constexpr uint32_t kFractionalSettleMs = 5;
 // L, fractional-N: the output divider's settings in register 5, and the ratio's parts.
 constexpr double kFractionalSplitHz = 1500000000.0;
 constexpr uint32_t kDivideBy2 = 0x6110, kDivideBy1 = 0x6090;
+// Its addressed registers: the ratio's integer and fractional parts, and the output control
+// (register 5), which takes the divider and then the same four values as at set-up.
+constexpr uint32_t kIntegerRegister = 3, kFractionRegister = 4, kOutputRegister = 5;
+constexpr uint32_t kOutputSettle[] = {0x2818, 0x60A0, 0x1628, 0};
 constexpr double kFractionScale = 16777216.0;   // 2^24
 
 bool IsSet(uint32_t value, uint32_t bit) { return (value & bit) != 0; }
@@ -139,11 +143,11 @@ uint32_t cSynthesizer::LoadFractional(double f, double reference, uint32_t refer
     return kBadWord;
   }
   const uint32_t fraction = uint32_t((x - double(integer)) * kFractionScale);
-  WriteRegister(5, low ? kDivideBy2 : kDivideBy1);
-  for (uint32_t value : {0x2818u, 0x60A0u, 0x1628u, 0u}) WriteRegister(5, value);
+  WriteRegister(kOutputRegister, low ? kDivideBy2 : kDivideBy1);
+  for (uint32_t value : kOutputSettle) WriteRegister(kOutputRegister, value);
   Clock().SleepMs(kSendPauseMs);
-  WriteRegister(3, uint32_t(integer));
-  WriteRegister(4, fraction);
+  WriteRegister(kIntegerRegister, uint32_t(integer));
+  WriteRegister(kFractionRegister, fraction);
   Clock().SleepMs(kFractionalSettleMs);
   return IsSet(ReadBack(Io, periph::kLSynthesizer), periph::kSynthReady) ? 0 : kRefNotReady;
 }
