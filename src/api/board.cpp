@@ -9,6 +9,10 @@
 #include "board/ram.h"
 #include "board/sensor.h"
 #include "board/simulator.h"
+#include "demod/carrier.h"
+#include "demod/filter.h"
+#include "demod/modulation.h"
+#include "demod/timing.h"
 #include "hw/driver_parameters.h"
 #include "hw/regs.h"
 #include "hw/regs/dem.h"
@@ -18,6 +22,7 @@
 #include "rf/synthesizer.h"
 #include "stream/channel_controls.h"
 #include "stream/data_channel.h"
+#include "stream/iso_converter.h"
 #include "stream/master.h"
 
 namespace tvx {
@@ -35,6 +40,8 @@ constexpr int32_t kNoLibraryStatus = -1;
 // A convertor code the interface module never gives on this board.
 constexpr int32_t kUnknownConvertorStatus = -1;
 constexpr double kType5SampleClock = 2.8e8;
+constexpr uint8_t kCoefficientWidth = 14;
+constexpr double kIsoGeneratorLimit = 9.4e7;
 
 BuildObserver build_observer = nullptr;
 
@@ -165,17 +172,21 @@ bool cBoard::LoadSamplingClock() {
 void cBoard::BuildModules() {
   // cGainFirst (the board's LConvertorType, DEM word 6), cGainSecondE: empty.
   Build<cPLL>(Slot::Pll);
-  // cCarrierE (SampleClock, the convertor), cTimingE (SampleClock, LConvertorType), cFilter
-  // (coefficient width 14): empty.
+  Build<cCarrierE>(Slot::Carrier, SampleClock, Get<cConvertor>(Slot::Convertor));
+  Build<cTimingE>(Slot::Timing, &SampleClock, LConvertorType);
+  Build<cFilter>(Slot::Filter, kCoefficientWidth);
   Build<cIQCHCtrl>(Slot::IqChCtrl);
   Build<cDMDCHCtrl>(Slot::DmdChCtrl);
   Build<cDMA3CHCtrl>(Slot::Dma3ChCtrl);
-  // cModulation, cTimingMode, cAttenuator (LConvertorType): empty.
+  Build<cModulation>(Slot::Modulation);
+  Build<cTimingMode>(Slot::TimingMode);
+  // cAttenuator (LConvertorType): empty.
   Build<cSensor>(Slot::Sensor);
   Build<cMasterE>(Slot::Master);
   // cCorrectorE (13 taps): empty.
   Build<cSimulator>(Slot::Simulator, SampleClock);
-  // cDemultiplexer, cIsoConverter (SampleClock, divider limit 9.4e7): empty.
+  // cDemultiplexer: empty.
+  Build<cIsoConverter>(Slot::IsoConverter, &SampleClock, kIsoGeneratorLimit);
   Build<cCircuitResetE>(Slot::CircuitReset);
 }
 

@@ -16,35 +16,16 @@ using namespace tvx;
 extern "C" {
 
 TVX_PENDING(Counters, "Counters", CountersRecord*)
-TVX_PENDING(ISOCVRTSetTiming, "ISOCVRTSetTiming", const float*, const float*)
-TVX_PENDING(ISOCVRTGetLoading, "ISOCVRTGetLoading", uint32_t*)
 TVX_PENDING(FirstGainControl, "FirstGainCtrl", const uint32_t*)
 TVX_PENDING(SecondGainControl, "SecondGainCtrl", const uint32_t*)
 TVX_PENDING(GetGCValues, "GetGCValues", GCValues*)
 TVX_PENDING(GetGCValuesMulti, "GetGCValuesMulti", GCValues*)
-TVX_PENDING(SetCarrier, "SetCarrier", const double*)
-TVX_PENDING(SetCarrierMulti, "SetCarrierMulti", const double*)
-// Its null message has no line end.
-TORVIXE_API int32_t MeasureCarrier(DeviceId* id, uint64_t, double*) {
-  static const ExportText text{"MeasureCarrier", false};
-  return ExportCall(id, text).Null();
-}
-
-TVX_PENDING(SetTiming, "SetTiming", const double*)
-TVX_PENDING(GetTimingControl, "GetTimingControl", TimingControl*)
-TVX_PENDING(MeasureTiming, "MeasureTiming", uint64_t, double*)
-TVX_PENDING(SetTimingMode, "SetTimingMode", const uint32_t*)
-TVX_PENDING(FilterLoad, "FilterLoad", const char*, const uint8_t*, const void*)
 TVX_PENDING(EQControl, "EQControl", const uint32_t*)
 TVX_PENDING(EQErrorTblLoad, "EQErrorTblLoad", const char*)
 TVX_PENDING(EQGetCoeff, "EQGetCoeff", EqCoefficients*)
 TVX_PENDING(EQManualCoeffLoad, "EQManualCoeffLoad", const EqCoefficients*)
-TVX_PENDING(SetSignalType, "SetSignalType", const uint8_t*, const uint8_t*, const uint8_t*)
-TVX_PENDING(GetSignalParameters, "GetSignalParameters", SignalParameters*)
-TVX_PENDING(LoadPackMode, "LoadPackMode", const char*)
 TVX_PENDING(DMPXLoad, "DMPXLoad", const char*)
 TVX_PENDING(DMPXControl, "DMPXControl", const DmpxControl*)
 TVX_PENDING(DMPXStatus, "DMPXStatus", uint32_t*)
-TVX_PENDING(GetBitStatus, "GetBitStatus", uint32_t*)
 
 }  // extern "C"

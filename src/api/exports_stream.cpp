@@ -1,9 +1,13 @@
-// The data path: the DMA bus master, the per-channel reads and the three channel controls.
+// The data path: the DMA bus master, the per-channel reads, the three channel controls and the
+// iso converter's output clock.
 #include <exception>
 
 #include "api/frame.h"
+#include "demod/modulation.h"
+#include "demod/timing.h"
 #include "stream/channel_controls.h"
 #include "stream/data_channel.h"
+#include "stream/iso_converter.h"
 #include "stream/master.h"
 
 using namespace tvx;
@@ -17,6 +21,9 @@ const ExportText kMasterGetInterruptInfo{"MasterGetInterruptInfo"};
 const ExportText kIQControl{"IQControl"};
 const ExportText kDMDControl{"DMDControl"};
 const ExportText kDMA3CHControl{"DMA3CHControl"};
+const ExportText kISOCVRTSetTiming{"ISOCVRTSetTiming"};
+const ExportText kISOCVRTGetLoading{"ISOCVRTGetLoading"};
+constexpr const char kNullObjectText[] = "NULL-объект";
 
 template <class M>
 int32_t WriteControl(const DeviceId* id, const ExportText& text, Slot slot, const uint32_t* word) {
@@ -113,6 +120,26 @@ TORVIXE_API int32_t DMDControl(DeviceId* id, const uint32_t* control) {
 
 TORVIXE_API int32_t DMA3CHControl(DeviceId* id, const uint32_t* control) {
   return WriteControl<cDMA3CHCtrl>(id, kDMA3CHControl, Slot::Dma3ChCtrl, control);
+}
+
+TORVIXE_API int32_t ISOCVRTSetTiming(DeviceId* id, const float* first, const float* second) {
+  ExportCall call(id, kISOCVRTSetTiming);
+  cIsoConverter* iso = call.Module<cIsoConverter>(Slot::IsoConverter);
+  if (!iso || !first || !second) return call.Null();
+  cModulation* m = call.Module<cModulation>(Slot::Modulation);
+  cTiming* timing = call.Module<cTiming>(Slot::Timing);
+  if (!m || !timing) return call.Null(-2, kNullObjectText);
+  if (int32_t r = iso->SetOutputClock(m->GetBitsPerSymbol(), timing->GetSymbolRate(), *first, *second))
+    return call.Fail(r, iso->GetErrorText());
+  return 0;
+}
+
+TORVIXE_API int32_t ISOCVRTGetLoading(DeviceId* id, uint32_t* loading) {
+  ExportCall call(id, kISOCVRTGetLoading);
+  cIsoConverter* iso = call.Module<cIsoConverter>(Slot::IsoConverter);
+  if (!iso || !loading) return call.Null();
+  *loading = uint32_t(iso->GetLoading());
+  return 0;
 }
 
 }  // extern "C"

@@ -20,5 +20,7 @@ bool SeekFile(std::FILE* file, int64_t offset, int origin);
 int64_t TellFile(std::FILE* file);
 // True when the stream is connected to a terminal (a console on Windows).
 bool IsTerminal(std::FILE* file);
+// What joins a directory and a file name into a path: a backslash on Windows, '/' elsewhere.
+extern const char kPathSeparator;
 
 }  // namespace tvx::os

@@ -45,6 +45,42 @@ constexpr uint32_t kLoopStatus = 8;         // status word; bits 15-8 the ADC's 
 constexpr uint32_t kAdcCounterShift = 8;
 constexpr uint32_t kAdcCounterMask = 0xFF;
 
+// Demodulator chain. Several words mean one thing written and another read.
+constexpr uint32_t kCarrierNco = 2;        // write: carrier NCO word
+constexpr uint32_t kRateNcoRead = 2;       // read: the timing loop's rate NCO, bits 0-25
+constexpr uint32_t kRateNcoMask = 0x3FFFFFF;
+constexpr uint32_t kTimingLoop = 4;        // write: loop code | rate field << 16 | timing bits
+constexpr uint32_t kRateFieldShift = 16;
+constexpr uint32_t kOversampling = 6;      // write: oversampling code
+constexpr uint32_t kRateNco = 8;           // write: nominal rate NCO word
+constexpr uint32_t kLockLevels = 8;        // read: carrier level bits 31-24, timing 23-16
+constexpr uint32_t kCarrierLockShift = 24;
+constexpr uint32_t kTimingLockShift = 16;
+constexpr uint32_t kFilterTap = 10;        // write: value | tap << 16 | shift << 24
+constexpr uint32_t kFilterTapShift = 16;
+constexpr uint32_t kFilterShiftShift = 24;
+constexpr uint32_t kCarrierNcoRead = 11;   // read: carrier NCO frequency, unsigned
+constexpr uint32_t kDecimation = 14;       // write: M - 1 in bits 0-11, log2 M in bits 16-19
+constexpr uint32_t kSecondDecimationMask = 0xFFF;
+constexpr uint32_t kLog2MShift = 16;
+constexpr uint32_t kLog2MMask = 0xF0000;
+constexpr uint32_t kIsoLoading = 14;       // read: iso converter loading, bits 0-15 signed
+constexpr uint32_t kFrequencyError = 15;   // read: carrier frequency error, signed
+constexpr uint32_t kPackTable = 16;        // write: packing-table stream
+constexpr uint32_t kTimingMode = 28;       // write: timing-recovery mode word
+constexpr uint32_t kBandSelect = 34;       // write: 1 from the band split up (types 1, 2)
+constexpr uint32_t kDirectInput = 40;      // write: 1 direct input, 0 L-band (types 4-6)
+
+// Iso converter's output-clock generator.
+constexpr uint32_t kIsoFrequency = 64;     // frequency word
+constexpr uint32_t kIsoControl = 65;       // control, below
+constexpr uint32_t kIsoSerialData = 66;    // one write per serial bit, bit 0 sent
+constexpr uint32_t kIsoTransaction = 1u << 0;
+constexpr uint32_t kIsoFirstStrobe = 1u << 1;
+constexpr uint32_t kIsoSecondStrobe = 1u << 2;
+constexpr uint32_t kIsoReady = 1u << 7;
+constexpr uint32_t kIsoExponentShift = 8;   // bits 8-11
+
 constexpr uint32_t kPllControl = 22;      // PLL control word
 constexpr uint32_t kCircuitReset = 2045;  // circuit reset word
 

@@ -52,4 +52,6 @@ int64_t TellFile(std::FILE* file) {
 
 bool IsTerminal(std::FILE* file) { return file != nullptr && ::isatty(::fileno(file)) == 1; }
 
+const char kPathSeparator = '/';
+
 }  // namespace tvx::os

@@ -45,4 +45,6 @@ int64_t TellFile(std::FILE* file) {
 
 bool IsTerminal(std::FILE* file) { return file != nullptr && ::_isatty(::_fileno(file)) != 0; }
 
+const char kPathSeparator = '\\';
+
 }  // namespace tvx::os
