@@ -8,6 +8,7 @@
 
 #include "hw/driver_parameters.h"
 #include "capture.h"
+#include "demod.h"
 #include "loaders.h"
 #include "i2c_port.h"
 #include "report.h"
@@ -376,6 +377,17 @@ int RunControl(Session& s) {
 
 }  // namespace
 
+// Every demodulator step's help ends with this.
+#define TVX_CHAIN_HELP                                                                        \
+  "\n\nsignal, tune, rate and iso chain: one line runs several, in the order given, on one\n" \
+  "bring-up (each run of the tool starts from a freshly built board), e.g.\n"                 \
+  "  torvixe signal QPSK tune 1.2e9 rate 10e6 --filters DIR\n"                                \
+  "Each step at most once; a step's options may stand anywhere on the line. After a line\n"   \
+  "that tuned or set a rate, the tool waits for the locks (GetBitStatus, up to 50 reads\n"    \
+  "10 ms apart) and shows each, locked or NOT locked, with the carrier (MeasureCarrier)\n"   \
+  "and the symbol rate (MeasureTiming) measured; exit 1 when a lock the line asked for\n"    \
+  "did not come."
+
 const Command kCommands[] = {
     {{"list", "", 0, 0, 0}, "count the boards and show their device paths",
      "Shows how many boards the system enumerates and each one's device path, by index.\n"
@@ -459,6 +471,43 @@ const Command kCommands[] = {
      "virtual board's buffers per second per channel (or max) first. Exit status 1 when a\n"
      "buffer was lost, the ring overran, a payload was wrong or a channel could not be read.",
      RunCapture},
+    {{"signal", "TYPE [--code-rate N] [--coding N] [--tables DIR]", 1, 1,
+      kOptCodeRate | kOptCoding | kOptTables},
+     "set the signal type and show its parameters",
+     "Sets the signal type the demodulator is set up for (SetSignalType). TYPE is an index\n"
+     "or a label, any case: BPSK QPSK OQPSK 8PSK 8QAM 16QAM 32QAM 64QAM BPSK_P2 QPSK_P4 DEC\n"
+     "PRS IQ BPSK_135 16APSK 32APSK 128QAM 256QAM 8QAM_DS 8QAM_PD DVBS2 DVBS2X (0 to 21).\n"
+     "Shows what the library then reports (GetSignalParameters): the four table files, level\n"
+     "code, carrier and timing lock thresholds (n/a: the type has none, so its locks never\n"
+     "show), bits per symbol and mode code. With --tables DIR, loads the packing table the\n"
+     "type names (its M file) from DIR (LoadPackMode); a name in dashes names no file and is\n"
+     "skipped."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"tune", "HZ [--multi]", 1, 1, kOptMulti}, "tune the receiver to a carrier",
+     "Tunes the receiver to the carrier at HZ (SetCarrier; a decimal number, e.g. 1.2e9).\n"
+     "Below 200 MHz the demodulator's NCO takes it directly; from 200 MHz the L-band\n"
+     "convertor's synthesizer first brings it to the intermediate frequency. --multi tunes\n"
+     "with SetCarrierMulti, which does all of that but write the NCO word."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"rate", "SPS [--filters DIR] [--filter N]", 1, 1, kOptFilters | kOptFilter},
+     "set the symbol rate and load its channel filter",
+     "Sets the symbol rate to SPS symbols per second (SetTiming; e.g. 10e6) and shows the\n"
+     "timing control the library chose (GetTimingControl): first decimation D, second\n"
+     "decimation M, loop code and aux code. With --filters DIR it then loads the channel\n"
+     "filter for D (FilterLoad) from DIR/<shape>_<D>.dat; --filter N picks the shape, any\n"
+     "index 0 to 21 (0 ibsd, 1 n10d, 2 n15d, 3 n20d, 4 n25d ... 21 wdew); the default is 3\n"
+     "(n20d)."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"iso", "A B", 2, 2, 0}, "set the iso converter's output clock",
+     "Sets the iso converter's output clock (ISOCVRTSetTiming) from the signal type's bits per\n"
+     "symbol, the symbol rate and the two factors A and B (decimal numbers), then shows the\n"
+     "converter's loading (ISOCVRTGetLoading, signed). Put signal and rate before it on the\n"
+     "same line."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
     {{"control", "iq|dmd|dma3 VALUE", 2, 2, 0}, "write a channel control word",
      "Writes VALUE unchanged to the IQ (IQControl), demodulated-data (DMDControl) or DMA\n"
      "(DMA3CHControl) channel control register.",

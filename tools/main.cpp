@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "demod.h"
 #include "options.h"
 #include "session.h"
 #include "sim_control.h"
@@ -20,6 +21,8 @@ void PrintGlobalHelp(std::FILE* out) {
     std::fprintf(out, "  %-24s  %s\n", head.c_str(), c->summary);
   }
   std::fprintf(out,
+               "\nsignal, tune, rate and iso chain: 'torvixe signal QPSK tune 1.2e9 rate 10e6'\n"
+               "sets a receiver up in one run.\n"
                "\nOptions (before or after the command):\n%s\n"
                "Numbers are decimal or 0x-hexadecimal.\n"
                "Exit status: 0 success, 1 a library call failed, 2 usage error.\n"
@@ -59,7 +62,8 @@ int main(int argc, char** argv) {
   }
   const Command* command = FindCommand(inv.command);
   if (command == nullptr) return UsageError("unknown command '" + inv.command + "'");
-  error = CheckInvocation(inv, command->syntax);
+  error = IsDemodStep(inv.command) ? ParseDemodChain(inv, nullptr)
+                                   : CheckInvocation(inv, command->syntax);
   if (!error.empty()) return UsageError(error);
   if (inv.help) {
     PrintCommandHelp(*command);

@@ -13,7 +13,8 @@ namespace {
 
 enum class Id {
   kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen,
-  kChannels, kBytes, kSeconds, kOutput, kVerify, kRate
+  kChannels, kBytes, kSeconds, kOutput, kVerify, kRate, kCodeRate, kCoding, kTables, kMulti,
+  kFilters, kFilter
 };
 
 struct OptionDef {
@@ -38,6 +39,18 @@ constexpr OptionDef kOptions[] = {
     {Id::kVerify, "verify", 0, nullptr, kOptVerify, "check every buffer's payload (virtual board)"},
     {Id::kRate, "rate", 0, "R", kOptRate,
      "virtual board: buffers per second per channel, or max"},
+    {Id::kCodeRate, "code-rate", 0, "N", kOptCodeRate,
+     "signal: code-rate index, default 0 (the library takes 0 to 9)"},
+    {Id::kCoding, "coding", 0, "N", kOptCoding,
+     "signal: constellation-coding index, default 0 (the library takes 0 to 17)"},
+    {Id::kTables, "tables", 0, "DIR", kOptTables,
+     "signal: load the packing table the signal type names (its M file) from DIR"},
+    {Id::kMulti, "multi", 0, nullptr, kOptMulti,
+     "tune: SetCarrierMulti, all of the tuning but the demodulator's NCO word"},
+    {Id::kFilters, "filters", 0, "DIR", kOptFilters,
+     "rate: load the channel filter DIR/<shape>_<D>.dat for the new rate"},
+    {Id::kFilter, "filter", 0, "N", kOptFilter,
+     "rate: filter shape, any index 0 to 21; default 3 (n20d)"},
     {Id::kBoard, "board", 'b', "N", 0,
      "board index, 0 to 255 (default 0); the library answers for 128 and up"},
     {Id::kSim, "sim", 0, "KEY=VALUE", 0,
@@ -122,6 +135,21 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
         return "invalid rate '" + value + "' (1 to 1000000 buffers per second, or max)";
       inv->rate = value;
       break;
+    case Id::kCodeRate:
+    case Id::kCoding:
+    case Id::kFilter:
+      // Passed on whole: the library refuses the indices it has no row for, with its text.
+      if (!ParseUnsigned(value, 255, &number))
+        return "invalid " + std::string(o.name) + " index '" + value + "' (0 to 255)";
+      (o.id == Id::kCodeRate ? inv->code_rate : o.id == Id::kCoding ? inv->coding : inv->filter) =
+          static_cast<uint8_t>(number);
+      break;
+    case Id::kTables:
+    case Id::kFilters:
+      if (value.empty()) return "--" + std::string(o.name) + " expects a directory";
+      (o.id == Id::kTables ? inv->tables_dir : inv->filters_dir) = value;
+      break;
+    case Id::kMulti: inv->multi = true; break;
     case Id::kTrace: inv->trace = true; break;
     case Id::kHelp: inv->help = true; break;
     case Id::kVersion: inv->version = true; break;
@@ -214,6 +242,12 @@ std::string CheckInvocation(const Invocation& inv, const CommandSyntax& syntax) 
     return std::string(syntax.name) + ": unexpected argument '" + inv.args[syntax.max_args] +
            "'" + usage;
   return {};
+}
+
+std::string OptionName(uint32_t command_bit) {
+  for (const auto& o : kOptions)
+    if (o.command_bit == command_bit) return std::string("--") + o.name;
+  return "?";
 }
 
 std::string OptionsHelp(uint32_t command_options) {

@@ -19,6 +19,12 @@ enum CommandOption : uint32_t {
   kOptOutput = 1u << 6,
   kOptVerify = 1u << 7,
   kOptRate = 1u << 8,
+  kOptCodeRate = 1u << 9,
+  kOptCoding = 1u << 10,
+  kOptTables = 1u << 11,
+  kOptMulti = 1u << 12,
+  kOptFilters = 1u << 13,
+  kOptFilter = 1u << 14,
 };
 
 // What the parser checks a command against.
@@ -53,6 +59,12 @@ struct Invocation {
   std::string output;                  // capture -o PREFIX
   bool verify = false;                 // capture --verify
   std::string rate;                    // capture --rate (virtual board): a number or "max"
+  uint8_t code_rate = 0;               // signal --code-rate
+  uint8_t coding = 0;                  // signal --coding
+  std::string tables_dir;              // signal --tables DIR
+  bool multi = false;                  // tune --multi
+  std::string filters_dir;             // rate --filters DIR
+  uint8_t filter = 3;                  // rate --filter: the n20d shape unless told otherwise
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 
@@ -66,6 +78,9 @@ std::string CheckInvocation(const Invocation& inv, const CommandSyntax& syntax);
 // A channel list: numbers and ranges below 256 separated by commas ("0-16", "0,3,5"), in the
 // order given, repeats dropped. False for anything else.
 bool ParseChannelList(const std::string& text, std::vector<uint32_t>* out);
+
+// "--name" of a command option bit, for messages.
+std::string OptionName(uint32_t command_bit);
 
 // Help lines for the given command options followed by every global option.
 std::string OptionsHelp(uint32_t command_options);

@@ -14,6 +14,9 @@ std::vector<std::unique_ptr<DeviceModel>> MakeDevices(unsigned board_index) {
   devices.push_back(MakeSynthesizers(board_index));   // the L chip follows lconv.type
   devices.push_back(MakePreselectorDac(board_index));
   devices.push_back(MakeAdc(board_index));
+  devices.push_back(MakeDemodulator(board_index));   // after the RAM: both see DEM word 2
+  devices.push_back(MakeDemodTables(board_index));
+  devices.push_back(MakeIsoConverter(board_index));   // reads of DEM word 14, whose writes are the demodulator's
   return devices;
 }
 

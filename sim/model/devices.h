@@ -18,6 +18,9 @@ std::unique_ptr<DeviceModel> MakeDmaMaster(unsigned board_index);   // stream/dm
 std::unique_ptr<DeviceModel> MakeSynthesizers(unsigned board_index);    // rf/synthesizers.cpp
 std::unique_ptr<DeviceModel> MakePreselectorDac(unsigned board_index);  // rf/preselector_dac.cpp
 std::unique_ptr<DeviceModel> MakeAdc(unsigned board_index);             // rf/adc.cpp
+std::unique_ptr<DeviceModel> MakeDemodulator(unsigned board_index);     // demod/demodulator.cpp
+std::unique_ptr<DeviceModel> MakeDemodTables(unsigned board_index);     // demod/tables.cpp
+std::unique_ptr<DeviceModel> MakeIsoConverter(unsigned board_index);    // demod/iso_converter.cpp
 
 // Every block of one board, in a fixed order. Two blocks never claim reads of the same
 // address; the board model checks that when it is built.

@@ -1,8 +1,9 @@
-// The three binary loaders through their exports, on board 0 of the virtual board in passive
+// The binary loaders through their exports, on board 0 of the virtual board in passive
 // mode (the BAR is plain memory, so each exec costs microseconds), on a virtual clock.
-// Input: byte 0 picks the loader and the FPGA name, bytes 1 and 2 what INT word 4 shows after
-// the reset request and after the data (bit 7 set: what the library wrote stays), then for
-// name 7 a NUL-terminated name of the input's own, then the file.
+// Input: byte 0 picks the loader (bits 0-1; 3 with bit 5 set is the packing table) and the
+// FPGA name (bits 2-4), bytes 1 and 2 what INT word 4 shows after the reset request and after
+// the data (bit 7 set: what the library wrote stays), then for name 7 a NUL-terminated name of
+// the input's own, then the file.
 #include <strings.h>
 
 #include <cstring>
@@ -85,8 +86,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   clock_source.sleeps = 0;
   tvx::LastErrorText[0] = '\0';
   const uint32_t sentinel = 0xA5A5A5A5, ram_address = tvx::Dem(tvx::dem::kRamAddress),
-                 ram_data = tvx::Dem(tvx::dem::kRamData), pattern = tvx::Dem(tvx::dem::kSimPattern);
-  for (uint32_t address : {ram_address, ram_data, pattern}) Write(address, sentinel);
+                 ram_data = tvx::Dem(tvx::dem::kRamData), pattern = tvx::Dem(tvx::dem::kSimPattern),
+                 pack = tvx::Dem(tvx::dem::kPackTable);
+  for (uint32_t address : {ram_address, ram_data, pattern, pack}) Write(address, sentinel);
   // The last 16-bit word of the first `words`, little-endian; an odd last byte is no word.
   auto last = [&](size_t words) { return uint32_t(file[2 * words - 2] | file[2 * words - 1] << 8); };
 
@@ -100,6 +102,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(SimulatorLoad(&board, path) == 0 && message[0] == '\0');
     const uint32_t words = (length & 0xFFF) / 2;   // the length field holds 12 bits
     FUZZ_CHECK(Read(pattern) == (words ? (words - 1) << 16 | last(words) : sentinel));
+  } else if ((data[0] & 3) == 3 && (data[0] & 0x20) != 0) {
+    FUZZ_CHECK(LoadPackMode(&board, path) == 0 && message[0] == '\0');
+    const size_t words = length / 4;
+    FUZZ_CHECK(Read(pack) == (words ? uint32_t(file[4 * words - 4] | file[4 * words - 3] << 8 |
+                                              file[4 * words - 2] << 16 | uint32_t(file[4 * words - 1]) << 24)
+                                    : sentinel));
   } else {
     const int32_t result = FPGALoad(&board, name.c_str(), path);
     FUZZ_CHECK(result == ExpectedFpga(name.c_str(), clock_source.preset[0], clock_source.preset[1]));

@@ -1,0 +1,104 @@
+// The demodulator chain of the built CLI on the virtual board: a whole receiver set up in one
+// run locks onto the board's signal and measures it; a board that never locks fails such a run;
+// the library's refusals stop the line with its text. Compiled with the CP1251 execution
+// character set: expected UTF-8 is written u8"".
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+
+#include "cli_run.h"
+
+namespace cli_e2e {
+namespace {
+
+// The number after `label` on the line that starts with `prefix`; NaN when there is none.
+double NumberAfter(const std::string& text, const std::string& prefix, const std::string& label) {
+  const std::string line = LineStarting(text, prefix);
+  const size_t at = line.find(label);
+  if (at == std::string::npos) return std::nan("");
+  return std::strtod(line.c_str() + at + label.size(), nullptr);
+}
+
+// The board's signal lies 25 kHz off the 1.2 GHz tuned: the measured carrier shows the loop
+// pulled in. Filter and packing table come from the samples the build writes.
+TEST(DemodOnVirtualBoard, AWholeChainLocksAndMeasuresTheSignal) {
+  const CliResult run = RunCli("signal QPSK tune 1.2e9 rate 10e6 --filters samples/filters "
+                               "--filter 3 --tables samples/tables iso 1 1");
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_EQ(run.err, "");
+  for (const char* part : {"signal type QPSK (1), code rate 0, coding 0 set",
+                           "  table files: M mpm_4.dat, X N/A, E epm_4.dat, O opm_4.dat\n",
+                           "  level code 158; lock thresholds: carrier 8, timing 4\n",
+                           "mpm_4.dat (268 bytes)\n  virtual board: 67 packing words received\n",
+                           "first decimation D 16, second decimation M 1,",
+                           "channel filter n20d_16.dat (shape 3) loaded from samples/filters\n",
+                           "  virtual board: decimation 16, M 1, 128 filter taps\n"})
+    EXPECT_TRUE(Has(run.out, part)) << part << " not in " << run.out;
+  EXPECT_NEAR(NumberAfter(run.out, "carrier: locked, ", "measured "), 1200025000.0, 100.0)
+      << run.out;
+  EXPECT_NEAR(NumberAfter(run.out, "timing: locked, ", "measured "), 10e6, 10.0) << run.out;
+  // Two bits a symbol at 10 Msym/s, both factors 1.
+  EXPECT_NEAR(NumberAfter(run.out, "  virtual board: iso", "clock "), 20e6, 1.0) << run.out;
+  EXPECT_TRUE(Has(run.out, " sym/s, 25000.00 Hz off its NCO\n")) << run.out;
+}
+
+TEST(DemodOnVirtualBoard, NoLockFailsTheRunAfterABoundedWait) {
+  const CliResult run = RunCli("--sim demod.fault=never_lock tune 1.2e9 rate 10e6");
+  EXPECT_EQ(run.status, 1) << run.out << run.err;
+  EXPECT_TRUE(Has(run.out, "carrier: NOT locked, measured ")) << run.out;
+  EXPECT_TRUE(Has(run.out, "timing: NOT locked, measured ")) << run.out;
+  EXPECT_TRUE(Has(run.err, "carrier and timing not locked after 50 status reads")) << run.err;
+  // Half a receiver reports its lock and succeeds: the rate may be one an earlier run set.
+  const CliResult half = RunCli("tune 1.2e9");
+  EXPECT_EQ(half.status, 0) << half.out << half.err;
+  EXPECT_TRUE(Has(half.out, "carrier: NOT locked, measured ")) << half.out;
+  EXPECT_EQ(half.err, "");
+}
+
+// A type without lock thresholds has no lock to wait for; its placeholder table name is skipped;
+// the converter's loading is a signed field.
+TEST(DemodOnVirtualBoard, TypesWithoutLocksOrTables) {
+  const CliResult run =
+      RunCli("--sim iso.loading=-5 signal dec --tables samples/tables rate 10e6 iso 1 1");
+  ASSERT_EQ(run.status, 0) << run.out << run.err;
+  for (const char* part : {"level code n/a; lock thresholds: carrier n/a, timing n/a\n",
+                           "packing table: skipped, \"-DEC-\" names no file\n", "; loading -5\n",
+                           "carrier: no lock indication for this signal type, measured ",
+                           "timing: no lock indication for this signal type, measured "})
+    EXPECT_TRUE(Has(run.out, part)) << part << " not in " << run.out;
+}
+
+// The library's refusal ends the line where it happened, with its text.
+TEST(DemodOnVirtualBoard, LibraryRefusalsStopTheLine) {
+  const struct {
+    const char* args;
+    const char* out_starts;   // what ran before the refusal
+    const char* err;
+  } cases[] = {
+      {"signal 22 tune 1.2e9", "",
+       u8"torvixe: signal: SetSignalType [0]: Неподдерживаемый вид модуляции, индекс #22\n"},
+      {"rate 10e6 --filters no_such_dir tune 1.2e9", "symbol rate set to 10000000.00 sym/s",
+       u8"torvixe: rate --filters: FilterLoad [0]: Ошибка открытия файла коэффициентов фильтра "
+       u8"no_such_dir"},
+  };
+  for (const auto& c : cases) {
+    const CliResult run = RunCli(c.args);
+    EXPECT_EQ(run.status, 1) << c.args;
+    EXPECT_EQ(run.out.compare(0, std::strlen(c.out_starts), c.out_starts), 0) << run.out;
+    EXPECT_FALSE(Has(run.out, "carrier tuned") || Has(run.out, "carrier:")) << run.out;
+    EXPECT_TRUE(Has(run.err, c.err)) << c.args << " said: " << run.err;
+  }
+}
+
+// The line is checked whole before the board is touched (the refusals are the parser's tests).
+TEST(DemodOnVirtualBoard, AWrongLineExitsTwoBeforeTouchingABoard) {
+  const CliResult run = RunCli("signal qpsk tune 1.2e9 --filters samples/filters");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_TRUE(Has(run.err, "--filters belongs to the rate step")) << run.err;
+  EXPECT_EQ(run.out, "");
+}
+
+}  // namespace
+}  // namespace cli_e2e
