@@ -22,6 +22,7 @@
 // is acceptable; any other device is left unconfigured.
 #include <array>
 
+#include "crc32.h"
 #include "devices.h"
 #include "regs.h"
 
@@ -30,12 +31,6 @@ namespace {
 
 constexpr uint32_t kRsOnlyRequest = 0xFFFFFFFF;
 constexpr uint32_t kStartUpZeroWords = 2;
-
-uint32_t Crc32Update(uint32_t crc, uint8_t byte) {
-  crc ^= byte;
-  for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-  return crc;
-}
 
 class FpgaConfig : public DeviceModel {
  public:

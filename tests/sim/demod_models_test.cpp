@@ -30,20 +30,8 @@ uint32_t NcoWord(double hz) {
 
 double Number(const std::string& text) { return std::strtod(text.c_str(), nullptr); }
 
-class DemodModels : public SimTest {
+class DemodModels : public PortTest {
  protected:
-  void SetUp() override { SimTest::SetUp(), board_ = std::make_unique<OpenBoard>(0, false, false); }
-  void TearDown() override { board_.reset(), SimTest::TearDown(); }
-
-  uint32_t Read(uint32_t address) {
-    PortRequest request{address, 0};
-    EXPECT_EQ(ZARIM_Read(board_->handle, &request), 0);
-    return request.value;
-  }
-  void Write(uint32_t address, uint32_t value) {
-    PortRequest request{address, value};
-    EXPECT_EQ(ZARIM_Write(board_->handle, &request), 0);
-  }
   void Set(const char* key, const std::string& value) {
     ASSERT_EQ(zsim_set(0, key, value.c_str()), 0) << key;
   }
@@ -91,7 +79,6 @@ class DemodModels : public SimTest {
     return (Read(kNco) & 0x3FFFFFF) * kFs / kTwoTo26 / m / d;
   }
 
-  std::unique_ptr<OpenBoard> board_;
 };
 
 // The library tunes to `tuned`; the signal sits at `carrier`. Inside the capture range both

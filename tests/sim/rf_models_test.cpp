@@ -15,20 +15,8 @@ constexpr uint32_t kStatus1 = 0x8018, kCounter = 0x8020, kStatus2 = 0x8180;
 constexpr uint32_t kAdcControl = 0x8098, kAdcData = 0x809C;
 constexpr uint32_t kReady = 1u << 31, kLock = 1u << 24;
 
-class RfModels : public SimTest {
+class RfModels : public PortTest {
  protected:
-  void SetUp() override { SimTest::SetUp(), board_ = std::make_unique<OpenBoard>(0, false, false); }
-  void TearDown() override { board_.reset(), SimTest::TearDown(); }
-
-  uint32_t Read(uint32_t address) {
-    PortRequest request{address, 0};
-    EXPECT_EQ(ZARIM_Read(board_->handle, &request), 0);
-    return request.value;
-  }
-  void Write(uint32_t address, uint32_t value) {
-    PortRequest request{address, value};
-    EXPECT_EQ(ZARIM_Write(board_->handle, &request), 0);
-  }
   // One word to a synthesizer, and the ready check that follows it.
   bool Send(uint32_t address, uint32_t word) {
     Write(address, word);
@@ -56,7 +44,6 @@ class RfModels : public SimTest {
     Write(kAdcControl, 0);
   }
 
-  std::unique_ptr<OpenBoard> board_;
 };
 
 // Each integer-N load decoded back into its frequency and N: the sampling synthesizer with A 0

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -86,6 +87,24 @@ struct OpenBoard {
   Handle handle = kInvalidHandle;
   MemoryMapInfo memory{};
   BarInfo bar{};
+};
+
+// Board 0 opened without mappings, its registers reached through the IO library's port
+// calls, as the models' tests drive them.
+class PortTest : public SimTest {
+ protected:
+  void SetUp() override { SimTest::SetUp(), board_ = std::make_unique<OpenBoard>(0, false, false); }
+  void TearDown() override { board_.reset(), SimTest::TearDown(); }
+  uint32_t Read(uint32_t address) {
+    PortRequest request{address, 0};
+    EXPECT_EQ(ZARIM_Read(board_->handle, &request), 0);
+    return request.value;
+  }
+  void Write(uint32_t address, uint32_t value) {
+    PortRequest request{address, value};
+    EXPECT_EQ(ZARIM_Write(board_->handle, &request), 0);
+  }
+  std::unique_ptr<OpenBoard> board_;
 };
 
 // Runs one DISABLED_ test of this program in a fresh process; 0 when it passed.

@@ -13,6 +13,7 @@
 // against the file it came from.
 #include <vector>
 
+#include "crc32.h"
 #include "devices.h"
 #include "regs.h"
 
@@ -23,12 +24,6 @@ constexpr uint32_t kTapValueBits = 0x3FFF;
 constexpr uint32_t kTapFieldShift = 16, kTapFieldMask = 0xFF;
 constexpr uint32_t kShiftShift = 24, kShiftMask = 0xF;
 constexpr uint32_t kLastTapField = 255;
-
-uint32_t Crc32Update(uint32_t crc, uint8_t byte) {
-  crc ^= byte;
-  for (int bit = 0; bit < 8; ++bit) crc = (crc >> 1) ^ (0xEDB88320u & (0u - (crc & 1u)));
-  return crc;
-}
 
 class DemodTables : public DeviceModel {
  public:
