@@ -10,6 +10,8 @@
 #include "board/sensor.h"
 #include "board/simulator.h"
 #include "demod/carrier.h"
+#include "demod/corrector.h"
+#include "demod/demultiplexer.h"
 #include "demod/filter.h"
 #include "demod/modulation.h"
 #include "demod/timing.h"
@@ -18,7 +20,9 @@
 #include "hw/regs/dem.h"
 #include "hw/text.h"
 #include "rf/adc.h"
+#include "rf/attenuator.h"
 #include "rf/convertor.h"
+#include "rf/gain.h"
 #include "rf/synthesizer.h"
 #include "stream/channel_controls.h"
 #include "stream/data_channel.h"
@@ -42,6 +46,7 @@ constexpr int32_t kUnknownConvertorStatus = -1;
 constexpr double kType5SampleClock = 2.8e8;
 constexpr uint8_t kCoefficientWidth = 14;
 constexpr double kIsoGeneratorLimit = 9.4e7;
+constexpr uint32_t kEqualizerTaps = 13;
 
 BuildObserver build_observer = nullptr;
 
@@ -167,10 +172,10 @@ bool cBoard::LoadSamplingClock() {
   return false;
 }
 
-// Every block in its place; the blocks whose modules are not part of this version of the
-// library keep their place in the order as an empty slot.
+// Every block in its place, each stored in its slot at once.
 void cBoard::BuildModules() {
-  // cGainFirst (the board's LConvertorType, DEM word 6), cGainSecondE: empty.
+  Build<cGainFirst>(Slot::GainFirst, &LConvertorType, Dem(dem::kChannelStatus));
+  Build<cGainSecondE>(Slot::GainSecond);
   Build<cPLL>(Slot::Pll);
   Build<cCarrierE>(Slot::Carrier, SampleClock, Get<cConvertor>(Slot::Convertor));
   Build<cTimingE>(Slot::Timing, &SampleClock, LConvertorType);
@@ -180,12 +185,12 @@ void cBoard::BuildModules() {
   Build<cDMA3CHCtrl>(Slot::Dma3ChCtrl);
   Build<cModulation>(Slot::Modulation);
   Build<cTimingMode>(Slot::TimingMode);
-  // cAttenuator (LConvertorType): empty.
+  Build<cAttenuator>(Slot::Attenuator, LConvertorType);
   Build<cSensor>(Slot::Sensor);
   Build<cMasterE>(Slot::Master);
-  // cCorrectorE (13 taps): empty.
+  Build<cCorrectorE>(Slot::Corrector, &kEqualizerTaps);
   Build<cSimulator>(Slot::Simulator, SampleClock);
-  // cDemultiplexer: empty.
+  Build<cDemultiplexer>(Slot::Demultiplexer);
   Build<cIsoConverter>(Slot::IsoConverter, &SampleClock, kIsoGeneratorLimit);
   Build<cCircuitResetE>(Slot::CircuitReset);
 }

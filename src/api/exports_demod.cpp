@@ -1,9 +1,11 @@
 // The demodulator chain: signal type and its tables, symbol timing, carrier tuning, the channel
-// filter and the bit-status word.
+// filter, the equalizer, the demultiplexer and the bit-status word.
 #include <cstring>
 
 #include "api/frame.h"
 #include "demod/carrier.h"
+#include "demod/corrector.h"
+#include "demod/demultiplexer.h"
 #include "demod/filter.h"
 #include "demod/modulation.h"
 #include "demod/timing.h"
@@ -26,6 +28,13 @@ const ExportText kSetCarrierMulti{"SetCarrierMulti", true, false};
 const ExportText kMeasureCarrier{"MeasureCarrier", false};
 const ExportText kFilterLoad{"FilterLoad"};
 const ExportText kGetBitStatus{"GetBitStatus"};
+const ExportText kEQControl{"EQControl"};
+const ExportText kEQErrorTblLoad{"EQErrorTblLoad"};
+const ExportText kEQGetCoeff{"EQGetCoeff"};
+const ExportText kEQManualCoeffLoad{"EQManualCoeffLoad"};
+const ExportText kDMPXLoad{"DMPXLoad"};
+const ExportText kDMPXControl{"DMPXControl"};
+const ExportText kDMPXStatus{"DMPXStatus"};
 
 // The name and its terminator; the bytes after it are the caller's.
 void PutName(char (&field)[32], const char* name) {
@@ -159,6 +168,71 @@ TORVIXE_API int32_t GetBitStatus(DeviceId* id, uint32_t* status) {
   if (iq->GetStatusBit() != 0) word |= 1u << 4;
   if (dmd->GetStatusBit() != 0) word |= 1u << 6;
   *status = word;
+  return 0;
+}
+
+TORVIXE_API int32_t EQControl(DeviceId* id, const uint32_t* word) {
+  ExportCall call(id, kEQControl);
+  cCorrector* eq = call.Module<cCorrector>(Slot::Corrector);
+  if (!eq || !word) return call.Null();
+  if (eq->SetControl(word) != 0) return call.Fail(1, eq->GetErrorText());
+  return 0;
+}
+
+TORVIXE_API int32_t EQErrorTblLoad(DeviceId* id, const char* file_name) {
+  ExportCall call(id, kEQErrorTblLoad);
+  cCorrector* eq = call.Module<cCorrector>(Slot::Corrector);
+  if (!eq || !file_name) return call.Null();
+  if (int32_t r = eq->LoadErrorTable(file_name)) return call.Fail(r, eq->GetErrorText());
+  return 0;
+}
+
+// The caller's arrays are written for as many taps as the count reports (at most 13). Arrays
+// that are not there, where there are taps to go through them, take the null path like a
+// missing block: nothing is written, not even the count.
+TORVIXE_API int32_t EQGetCoeff(DeviceId* id, EqCoefficients* block) {
+  ExportCall call(id, kEQGetCoeff);
+  cCorrector* eq = call.Module<cCorrector>(Slot::Corrector);
+  if (!eq || !block) return call.Null();
+  if (eq->tap_count() != 0 && AnyNull(block->FirstValues, block->SecondValues)) return call.Null();
+  block->Count = eq->tap_count();
+  eq->ReadCoefficients(block->FirstValues, block->SecondValues);
+  return 0;
+}
+
+// The count is held to the 13 taps (see cCorrector::set_tap_count); the caller's arrays are read
+// for that many, and missing ones (with taps to read) take the null path, the count unchanged.
+TORVIXE_API int32_t EQManualCoeffLoad(DeviceId* id, const EqCoefficients* block) {
+  ExportCall call(id, kEQManualCoeffLoad);
+  cCorrector* eq = call.Module<cCorrector>(Slot::Corrector);
+  if (!eq || !block) return call.Null();
+  if (block->Count != 0 && AnyNull(block->FirstValues, block->SecondValues)) return call.Null();
+  eq->set_tap_count(block->Count);
+  eq->LoadCoefficients(block->FirstValues, block->SecondValues);
+  return 0;
+}
+
+// A failed load answers its code alone: the reason stays in the module's text.
+TORVIXE_API int32_t DMPXLoad(DeviceId* id, const char* file_name) {
+  ExportCall call(id, kDMPXLoad);
+  cDemultiplexer* dmpx = call.Module<cDemultiplexer>(Slot::Demultiplexer);
+  if (!dmpx || !file_name) return call.Null();
+  return dmpx->LoadData(file_name);
+}
+
+TORVIXE_API int32_t DMPXControl(DeviceId* id, const DmpxControl* control) {
+  ExportCall call(id, kDMPXControl);
+  cDemultiplexer* dmpx = call.Module<cDemultiplexer>(Slot::Demultiplexer);
+  if (!dmpx || !control) return call.Null();
+  dmpx->ApplyControl(control);
+  return 0;
+}
+
+TORVIXE_API int32_t DMPXStatus(DeviceId* id, uint32_t* status) {
+  ExportCall call(id, kDMPXStatus);
+  cDemultiplexer* dmpx = call.Module<cDemultiplexer>(Slot::Demultiplexer);
+  if (!dmpx || !status) return call.Null();
+  *status = dmpx->ReadStatus();
   return 0;
 }
 

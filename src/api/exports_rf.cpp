@@ -1,9 +1,11 @@
-// The RF front end: the convertor's type and table reload, the sampling-clock synthesizer and
-// the ADC loads.
+// The RF front end: the convertor's type and table reload, the sampling-clock synthesizer, the
+// ADC loads and the gain stages.
 #include "api/frame.h"
 #include "board/eeprom.h"
 #include "rf/adc.h"
+#include "rf/attenuator.h"
 #include "rf/convertor.h"
+#include "rf/gain.h"
 #include "rf/synthesizer.h"
 
 using namespace tvx;
@@ -15,12 +17,41 @@ const ExportText kInitLConvertorVList{"InitLConvertorVList"};
 const ExportText kSSynthLoad{"sSynthLoad", true, false};
 const ExportText kADCLoad{"ADCLoad"};
 const ExportText kADCLoadMulti{"ADCLoadMulti"};
+// The gain exports' messages carry shorter names.
+const ExportText kFirstGainControl{"FirstGainCtrl"};
+const ExportText kSecondGainControl{"SecondGainCtrl"};
+const ExportText kGetGCValues{"GetGCValues"};
+const ExportText kGetGCValuesMulti{"GetGCValuesMulti"};
 
 int32_t LoadAdc(DeviceId* id, const ExportText& text, int32_t (cADC::*load)()) {
   ExportCall call(id, text);
   cADC* adc = call.Module<cADC>(Slot::Adc);
   if (!adc) return call.Null();
   if ((adc->*load)() != 0) return call.Fail(2, adc->GetErrorText());
+  return 0;
+}
+
+// One channel's read-out, in the order the hardware is read. The reserved word is the
+// caller's: it carries nothing here. The calibration of a board whose EEPROM cannot be read
+// is 0.0 dB (see cEepromPCB::ReadCalibration).
+int32_t ReadGains(DeviceId* id, const ExportText& text, GCValues* out, bool second) {
+  ExportCall call(id, text);
+  cGainFirst* first = call.Module<cGainFirst>(Slot::GainFirst);
+  cGainSecond* stage2 = call.Module<cGainSecond>(Slot::GainSecond);
+  cAttenuator* attenuator = call.Module<cAttenuator>(Slot::Attenuator);
+  if (!first || !stage2 || !attenuator || !out) return call.Null();
+  const uint32_t firstCode = second ? first->ReadCodeChannel2() : first->ReadCodeChannel1();
+  out->firstGainCode = firstCode;
+  const uint32_t attenuatorCode = attenuator->ReadCode();
+  out->attenuatorCode = attenuatorCode;
+  out->firstGainLevel = first->CodeToLevel(&firstCode);
+  out->attenuation = attenuator->CodeToDb(&attenuatorCode);
+  const uint32_t secondCode = second ? stage2->ReadCodeChannel2() : stage2->ReadCodeChannel1();
+  out->secondGainCode = secondCode;
+  out->secondGainLevel = stage2->CodeToDb(&secondCode);
+  double calibration = 0.0;
+  if (cEepromPCB* pcb = call.Module<cEepromPCB>(Slot::EepromPcb)) pcb->ReadCalibration(&calibration);
+  out->totalGain = attenuator->TotalGain(firstCode, calibration);
   return 0;
 }
 }  // namespace
@@ -60,6 +91,31 @@ TORVIXE_API int32_t ADCLoad(DeviceId* id) { return LoadAdc(id, kADCLoad, &cADC::
 
 TORVIXE_API int32_t ADCLoadMulti(DeviceId* id) {
   return LoadAdc(id, kADCLoadMulti, &cADC::LoadChannel2);
+}
+
+// Both stages always succeed once the checks pass.
+TORVIXE_API int32_t FirstGainControl(DeviceId* id, const uint32_t* code) {
+  ExportCall call(id, kFirstGainControl);
+  cGainFirst* first = call.Module<cGainFirst>(Slot::GainFirst);
+  if (!first || !code) return call.Null();
+  first->SetCode(code);
+  return 0;
+}
+
+TORVIXE_API int32_t SecondGainControl(DeviceId* id, const uint32_t* words) {
+  ExportCall call(id, kSecondGainControl);
+  cGainSecond* stage2 = call.Module<cGainSecond>(Slot::GainSecond);
+  if (!stage2 || !words) return call.Null();
+  stage2->SetControl(words);
+  return 0;
+}
+
+TORVIXE_API int32_t GetGCValues(DeviceId* id, GCValues* values) {
+  return ReadGains(id, kGetGCValues, values, false);
+}
+
+TORVIXE_API int32_t GetGCValuesMulti(DeviceId* id, GCValues* values) {
+  return ReadGains(id, kGetGCValuesMulti, values, true);
 }
 
 }  // extern "C"

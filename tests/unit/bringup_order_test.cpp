@@ -41,11 +41,13 @@ TEST_F(BringUpOrderTest, ModulesAreBuiltInTheirOrder) {
   ASSERT_EQ(CreateDeviceInstance(&id), 0) << GetErrorMessage();
   EXPECT_EQ(built, (std::vector<Slot>{Slot::Interface, Slot::EepromPcb, Slot::EepromLConv,
                                         Slot::Fpga, Slot::Ram, Slot::Adc, Slot::Convertor,
-                                        Slot::Synthesizer, Slot::Pll, Slot::Carrier,
-                                        Slot::Timing, Slot::Filter, Slot::IqChCtrl,
-                                        Slot::DmdChCtrl, Slot::Dma3ChCtrl, Slot::Modulation,
-                                        Slot::TimingMode, Slot::Sensor, Slot::Master,
-                                        Slot::Simulator, Slot::IsoConverter, Slot::CircuitReset}));
+                                        Slot::Synthesizer, Slot::GainFirst, Slot::GainSecond,
+                                        Slot::Pll, Slot::Carrier, Slot::Timing, Slot::Filter,
+                                        Slot::IqChCtrl, Slot::DmdChCtrl, Slot::Dma3ChCtrl,
+                                        Slot::Modulation, Slot::TimingMode, Slot::Attenuator,
+                                        Slot::Sensor, Slot::Master, Slot::Corrector,
+                                        Slot::Simulator, Slot::Demultiplexer, Slot::IsoConverter,
+                                        Slot::CircuitReset}));
   EXPECT_TRUE(tables_before_synthesizer);
 }
 

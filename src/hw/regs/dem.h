@@ -81,6 +81,27 @@ constexpr uint32_t kIsoSecondStrobe = 1u << 2;
 constexpr uint32_t kIsoReady = 1u << 7;
 constexpr uint32_t kIsoExponentShift = 8;   // bits 8-11
 
+// Gain stages and attenuator. The first stage's code is in bits 27-16 of each channel's status
+// word (DEM word 6, channel 2's at 96), the second stage's in bits 15-0 of its own words.
+constexpr uint32_t kFirstGainControl = 0;
+constexpr uint32_t kFirstGainAlwaysOn = 1u << 13;   // set by every convertor but types 1 and 2
+constexpr uint32_t kFirstGainShift = 16;
+constexpr uint32_t kFirstGainMask = 0xFFF;
+constexpr uint32_t kSecondGainStatus1 = 7;
+constexpr uint32_t kSecondGainStatus2 = 112;
+constexpr uint32_t kSecondGainMask = 0xFFFF;
+constexpr uint32_t kSecondGainControl1 = 20;
+constexpr uint32_t kSecondGainControl2 = 18;
+constexpr uint32_t kAttenuator = 8;          // read: the attenuator code in the low bits
+
+// Equalizer: 13 taps, each one word with two 12-bit values, laid out differently for reads and
+// writes.
+constexpr uint32_t kEqErrorTable = 12;       // write: error-table stream
+constexpr uint32_t kEqControl = 13;
+constexpr uint32_t kEqTapsRead = 16;         // read: first value bits 20-31, second bits 4-15
+constexpr uint32_t kEqTapsWrite = 96;        // write: first value bits 14-25, second bits 0-11
+constexpr uint32_t kEqValueMask = 0xFFF;
+
 constexpr uint32_t kPllControl = 22;      // PLL control word
 constexpr uint32_t kCircuitReset = 2045;  // circuit reset word
 
