@@ -9,10 +9,14 @@
 #   tables/<name>             every packing table a signal type names: bytes 1 to 255 (no zero,
 #                             which string(ASCII) cannot make), 256 to 316 of them, a multiple of
 #                             4; each file a different stretch of one fixed byte sequence.
+#   dmpx/table.bin            a demultiplexer data table: 3001 bytes from 1 to 255 of a
+#                             pseudo-random sequence (an odd length, so a loader that works in
+#                             words rather than bytes shows).
 # Only integer arithmetic, so the files are the same on every host.
 #   cmake -DOUT_DIR=dir -P sample_tables.cmake
 # Included with TVX_SAMPLE_TABLES_NAMES_ONLY set, it only defines the lists of file names
-# (TVX_SAMPLE_FILTER_FILES, TVX_SAMPLE_TABLE_FILES, relative to OUT_DIR) and returns.
+# (TVX_SAMPLE_FILTER_FILES, TVX_SAMPLE_TABLE_FILES, relative to OUT_DIR; the demultiplexer's
+# table is among the latter) and returns.
 
 set(tvx_filter_shapes ibsd n10d n15d n20d n25d n30d n35d n40d nf40d wded
                       ibsw n05w n08w n10w n15w n20w n25w n30w n35w n40w nf40w wdew)
@@ -39,6 +43,7 @@ set(TVX_SAMPLE_TABLE_FILES)
 foreach(name IN LISTS tvx_tables)
   list(APPEND TVX_SAMPLE_TABLE_FILES tables/${name})
 endforeach()
+list(APPEND TVX_SAMPLE_TABLE_FILES dmpx/table.bin)
 if(TVX_SAMPLE_TABLES_NAMES_ONLY)
   return()
 endif()
@@ -46,7 +51,7 @@ endif()
 if(NOT OUT_DIR)
   message(FATAL_ERROR "OUT_DIR not set")
 endif()
-file(MAKE_DIRECTORY "${OUT_DIR}/filters" "${OUT_DIR}/tables")
+file(MAKE_DIRECTORY "${OUT_DIR}/filters" "${OUT_DIR}/tables" "${OUT_DIR}/dmpx")
 
 # A value in units of 1e-9 as "-0.012345678" (|value| below 1e9).
 function(tvx_decimal value out)
@@ -124,3 +129,15 @@ foreach(name IN LISTS tvx_tables)
   file(WRITE "${OUT_DIR}/tables/${name}" "${bytes}")
   math(EXPR j "${j} + 1")
 endforeach()
+
+# The demultiplexer's table: byte (x >> 16) mod 255 + 1 of the linear congruential sequence
+# x = (1103515245 x + 12345) mod 2^31 from x = 1.
+set(x 1)
+set(codes)
+foreach(n RANGE 1 3001)
+  math(EXPR x "(${x} * 1103515245 + 12345) % 2147483648")
+  math(EXPR code "(${x} >> 16) % 255 + 1")
+  list(APPEND codes ${code})
+endforeach()
+string(ASCII ${codes} bytes)
+file(WRITE "${OUT_DIR}/dmpx/table.bin" "${bytes}")

@@ -24,7 +24,7 @@ TEST_F(BarTest, TrapsFromThreeThreadsOnTwoBoards) {
       if (board->Reg(address) != (i ^ address)) ++wrong;
     }
   };
-  std::thread t1(hammer, &a, 0x0020u), t2(hammer, &b, 0x8000u), t3(hammer, &a, 0xA200u);
+  std::thread t1(hammer, &a, 0x0020u), t2(hammer, &b, 0x8000u), t3(hammer, &a, 0xA280u);
   t1.join(), t2.join(), t3.join();
   EXPECT_EQ(wrong.load(), 0u);
   EXPECT_EQ(zsim_trace(0, nullptr, 0), 2 * 2 * 2000u);

@@ -137,7 +137,8 @@ TEST_F(RfModels, AdcAnswersBitSeriallyOnBothChannelsInSharedWords) {
   EXPECT_EQ(Read(kStatus1), 0x30000000u) << "bit 14 is the ADC's line, undriven";
   ASSERT_EQ(zsim_set(0, "adc.counter", "0xA5"), 0);
   Write(kCounter, 0x12345678);
-  EXPECT_EQ(Read(kCounter), 0x8080A578u) << "bits 31-16: the demodulator's levels, unlocked";
+  EXPECT_EQ(Read(kCounter), 0x8080A508u)
+      << "bits 31-16: the demodulator's levels, unlocked; bits 7-0: the attenuator's code";
 }
 
 }  // namespace

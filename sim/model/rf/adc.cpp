@@ -5,7 +5,8 @@
 //                         write clocks the next bit out of the converter
 //   DEM words 6 and 96    bit 14: the converter's data line, seen in the status words of
 //   (0x8018, 0x8180)      channel 1 and channel 2; the words' other bits belong to others
-//   DEM word 8 (0x8020)   bits 15-8: the converter's counter byte (adc.counter)
+//   DEM word 8 (0x8020)   bits 15-8: the converter's counter byte, from adc.counter; it moves
+//                         while data flows, so stream/counters.cpp answers it
 // A transfer is a 16-bit instruction, most significant bit first (bit 15 the read flag, the
 // register address below), then one data byte: sent by the FPGA for a write, by the converter
 // for a read, whose first bit is on the line as soon as the FPGA switches to reading.
@@ -25,7 +26,6 @@ namespace zsim {
 namespace {
 
 constexpr uint32_t kDataLine = 1u << 14;
-constexpr uint32_t kCounterBits = 0xFF00;
 constexpr uint32_t kReadFlag = 0x8000;
 constexpr uint32_t kIdRegister = 0x01, kSpeedRegister = 0x02;
 constexpr uint32_t kOutputModeRegister = 0x14, kUpdateRegister = 0xFF;
@@ -45,7 +45,6 @@ class Adc : public DeviceModel {
     auto line = [this](uint32_t, bool) { return DataBit() ? kDataLine : 0; };
     OnRead(Dem(6), line, kDataLine);
     OnRead(Dem(96), line, kDataLine);
-    OnRead(Dem(8), [this](uint32_t, bool) { return counter_ << 8; }, kCounterBits);
   }
 
   bool Get(const std::string& key, std::string* value) const override {

@@ -2,7 +2,9 @@
 // the check that decides whether a start can run.
 #include "stream/dma_master.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "devices.h"
 #include "regs.h"
@@ -127,10 +129,20 @@ DmaSettings DmaMaster::settings() const {
 }
 
 void DmaMaster::ClearStatus() {
-  for (ChannelStatus& s : status_) {
-    s.completed.store(0, std::memory_order_relaxed);
-    s.signalled.store(0, std::memory_order_relaxed);
+  for (uint32_t c = 0; c < kDmaMaxChannels; ++c) {
+    earlier_completed_[c] += status_[c].completed.exchange(0, std::memory_order_relaxed);
+    earlier_signalled_ += status_[c].signalled.exchange(0, std::memory_order_relaxed);
   }
+}
+
+uint64_t DmaMaster::completed_since_reset(uint32_t channel) const {
+  return earlier_completed_[channel] + status_[channel].completed.load(std::memory_order_relaxed);
+}
+
+uint64_t DmaMaster::signalled_since_reset() const {
+  uint64_t total = earlier_signalled_;
+  for (const ChannelStatus& s : status_) total += s.signalled.load(std::memory_order_relaxed);
+  return total;
 }
 
 std::string DmaMaster::Check(const DmaRing& ring, std::vector<uint32_t>* runnable) const {
@@ -252,6 +264,8 @@ void DmaMaster::ResetState() {
   geometry_.clear();
   state_ = "stopped";
   ClearStatus();
+  std::fill(std::begin(earlier_completed_), std::end(earlier_completed_), 0);
+  earlier_signalled_ = 0;
 }
 
 void DmaMaster::Notify(Change change) const {

@@ -74,7 +74,13 @@ class DmaMaster : public DeviceModel {
     std::atomic<uint64_t> signalled{0};
   };
   ChannelStatus& status(uint32_t channel) { return status_[channel]; }
+  // Before a start: the counts begin again at 0, and what they had reached is carried into
+  // the totals since reset. Called only while the engine is stopped.
   void ClearStatus();
+  // Since the last reset, across every start: what the board's counters follow
+  // (stream/counters.cpp). Safe beside a running engine.
+  uint64_t completed_since_reset(uint32_t channel) const;
+  uint64_t signalled_since_reset() const;   // all channels
 
   KeyResult Set(const std::string& key, const std::string& value) override;
   bool Get(const std::string& key, std::string* value) const override;
@@ -102,6 +108,8 @@ class DmaMaster : public DeviceModel {
   std::map<uint32_t, uint32_t> geometry_;    // by channel
   std::string state_;
   ChannelStatus status_[kDmaMaxChannels];
+  uint64_t earlier_completed_[kDmaMaxChannels] = {};   // by earlier starts since reset
+  uint64_t earlier_signalled_ = 0;
 };
 
 }  // namespace zsim
