@@ -190,21 +190,23 @@ TEST_F(DemodTest, MeasuredRate) {
 }
 
 // The split at 200 MHz, the LO grid and intermediate frequency per convertor type, the NCO
-// word, and the flags each type takes.
+// word, and the flags each type takes (band select only on type 2, from 1.6 GHz).
 TEST_F(DemodTest, CarrierSplit) {
-  const struct { const char* type; double hz; const char* lo; uint32_t nco; std::vector<uint32_t> direct; } rows[] = {
-      {"3", 70e6, "none", 0x60000000, {}},
-      {"3", 150e6, "none", 0xCDB6DB6E, {}},      // above fs/2: the word of its alias
-      {"3", 190e6, "none", 0x04924925, {}},      // above fs: the alias's own word
-      {"3", 1.2e9, "1340000000.00", 0x40000000, {}},
-      {"4", 70e6, "none", 0x60000000, {1}},
-      {"5", 1.2e9, "1550000000.00", 0xC0000001, {0}},
-      {"2", 1.2e9, "1340000000.00", 0x40000000, {}}};
+  const struct { const char* type; double hz; const char* lo; uint32_t nco; std::vector<uint32_t> direct, band; } rows[] = {
+      {"3", 70e6, "none", 0x60000000, {}, {}},
+      {"3", 150e6, "none", 0xCDB6DB6E, {}, {}},      // above fs/2: the word of its alias
+      {"3", 190e6, "none", 0x04924925, {}, {}},      // above fs: the alias's own word
+      {"3", 1.2e9, "1340000000.00", 0x40000000, {}, {}},
+      {"4", 70e6, "none", 0x60000000, {1}, {}},
+      {"5", 1.2e9, "1550000000.00", 0xC0000001, {0}, {}},
+      {"2", 1599999999, "1740000000.00", 0x3FFFFFE9, {}, {0}},
+      {"2", 1.6e9, "1740000000.00", 0x40000000, {}, {1}}};
   for (const auto& r : rows) {
     Reopen(r.type);
     ASSERT_EQ(Tune(r.hz), 0) << GetErrorMessage();
     EXPECT_EQ(Written(kNco), std::vector<uint32_t>{r.nco}) << r.type << " " << r.hz;
     EXPECT_EQ(Written(kDirect), r.direct) << r.type << " " << r.hz;
+    EXPECT_EQ(Written(kBand), r.band) << r.type << " " << r.hz;
     EXPECT_EQ(Written(kLSynth).empty() ? "none" : Get("synth.l.frequency"), r.lo) << r.type << " " << r.hz;
   }
 }
@@ -225,14 +227,7 @@ TEST_F(DemodTest, SynthesizerAndPreselectorLoads) {
     EXPECT_EQ(!Written(kLSynth).empty(), s.synth) << s.hz;
     EXPECT_EQ(!Written(kDac).empty(), s.dac) << s.hz;
     EXPECT_EQ(!Written(kNco).empty(), s.nco) << s.hz;
-    EXPECT_TRUE(Written(kBand).empty()) << "type 3 has no band select";
   }
-}
-
-TEST_F(DemodTest, BandSelectOnTypeTwo) {
-  Reopen("2");
-  for (double hz : {1599999999.0, 1.6e9}) ASSERT_EQ(Tune(hz), 0);
-  EXPECT_EQ(Written(kBand), (std::vector<uint32_t>{0, 1}));
 }
 
 // Refusals and failures write no NCO word; a failed load leaves no LO remembered, so the same
