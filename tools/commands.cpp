@@ -377,16 +377,16 @@ int RunControl(Session& s) {
 
 }  // namespace
 
-// Every demodulator step's help ends with this.
-#define TVX_CHAIN_HELP                                                                        \
-  "\n\nsignal, tune, rate and iso chain: one line runs several, in the order given, on one\n" \
-  "bring-up (each run of the tool starts from a freshly built board), e.g.\n"                 \
-  "  torvixe signal QPSK tune 1.2e9 rate 10e6 --filters DIR\n"                                \
-  "Each step at most once; a step's options may stand anywhere on the line. After a line\n"   \
-  "that tuned or set a rate, the tool waits for the locks (GetBitStatus, up to 50 reads\n"    \
-  "10 ms apart) and shows each, locked or NOT locked, with the carrier (MeasureCarrier)\n"   \
-  "and the symbol rate (MeasureTiming) measured; exit 1 when a lock the line asked for\n"    \
-  "did not come."
+// Every step's help ends with this.
+#define TVX_CHAIN_HELP                                                                          \
+  "\n\nsignal, tune, rate, iso, status, gain, eq and dmpx chain: one line runs several, in the\n" \
+  "order given, on one bring-up (each run of the tool starts from a freshly built board), e.g.\n" \
+  "  torvixe signal QPSK tune 1.2e9 rate 10e6 --filters DIR status\n"                          \
+  "Each step at most once (for gain, eq and dmpx: each action); a step's options may stand\n"  \
+  "anywhere on the line. After a line that tuned or set a rate, the tool waits for the locks\n" \
+  "(GetBitStatus, up to 50 reads 10 ms apart) and shows each, locked or NOT locked, with the\n" \
+  "carrier (MeasureCarrier) and the symbol rate (MeasureTiming) measured, at its end or on a\n" \
+  "status screen after them; exit 1 when a lock the line asked for did not come."
 
 const Command kCommands[] = {
     {{"list", "", 0, 0, 0}, "count the boards and show their device paths",
@@ -506,6 +506,47 @@ const Command kCommands[] = {
      "symbol, the symbol rate and the two factors A and B (decimal numbers), then shows the\n"
      "converter's loading (ISOCVRTGetLoading, signed). Put signal and rate before it on the\n"
      "same line."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"status", "[--watch S [--count N]]", 0, 0, kOptWatch | kOptCount},
+     "show the board's locks, measurements, gains, counters and temperatures",
+     "Shows one screen of the running board: the carrier and timing locks and the IQ and\n"
+     "demodulated-data channel status bits (GetBitStatus bits 0, 1, 4 and 6, the word cleared\n"
+     "first), the carrier and symbol rate measured (MeasureCarrier, MeasureTiming), the gains of\n"
+     "both channels (GetGCValues, GetGCValuesMulti: attenuator code and dB, first gain code and\n"
+     "level, second gain code and dB, total gain), the counters (Counters) and the PCB and FPGA\n"
+     "temperatures; on the virtual board also what its demodulator sees, the signal level and\n"
+     "the demultiplexer status (? where it has no answer). After a tune or rate step on the\n"
+     "line it first waits for their locks. --watch S shows the screen again every S seconds\n"
+     "(in place on a terminal, else separated by a blank line) until Ctrl-C, which ends the\n"
+     "line with exit 0, or until --count N screens were shown. A field the library refuses\n"
+     "shows as unknown or unavailable and its text goes to stderr: exit 1 after the screens."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"gain", "first CODE | second W1 W2", 2, 3, 0}, "set a gain stage and read both channels back",
+     "gain first CODE sets the first gain stage (FirstGainControl) to CODE; gain second W1 W2\n"
+     "gives the second stage its two words (SecondGainControl). Each then shows what it set and\n"
+     "the gains of both channels read back (GetGCValues, GetGCValuesMulti): attenuator code and\n"
+     "dB, first gain code and level, second gain code and dB, total gain in dB. Codes and words\n"
+     "are decimal or 0x-hexadecimal, 0 to 0xFFFFFFFF, passed on unchanged."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"eq", "control WORD | table FILE | taps | set F1:S1,F2:S2,...", 1, 2, 0},
+     "set the equalizer up and read its taps",
+     "eq control WORD writes the equalizer's control word (EQControl). eq table FILE loads its\n"
+     "error table (EQErrorTblLoad; the E file a signal type names, e.g. epm_4.dat). eq taps\n"
+     "shows the 13 taps' first and second values and the count (EQGetCoeff). eq set loads\n"
+     "coefficients (EQManualCoeffLoad): FIRST:SECOND pairs separated by commas, each value 0 to\n"
+     "0xFFFF, the count the number of pairs, and shows the taps read back. The library takes at\n"
+     "most 13 pairs; more are passed on and the read-back shows what it made of them."
+     TVX_CHAIN_HELP,
+     RunDemodChain},
+    {{"dmpx", "load FILE | control C1 C2 C3 | status", 1, 4, 0},
+     "load and control the demultiplexer, show its status",
+     "dmpx load FILE loads the demultiplexer's table from FILE (DMPXLoad; a refusal carries no\n"
+     "text from the library, so the tool names the file). dmpx control C1 C2 C3 writes its three\n"
+     "control words (DMPXControl) and shows the status; dmpx status shows its status bits 0-3\n"
+     "(DMPXStatus). Words are decimal or 0x-hexadecimal, passed on unchanged."
      TVX_CHAIN_HELP,
      RunDemodChain},
     {{"control", "iq|dmd|dma3 VALUE", 2, 2, 0}, "write a channel control word",

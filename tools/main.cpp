@@ -21,8 +21,8 @@ void PrintGlobalHelp(std::FILE* out) {
     std::fprintf(out, "  %-24s  %s\n", head.c_str(), c->summary);
   }
   std::fprintf(out,
-               "\nsignal, tune, rate and iso chain: 'torvixe signal QPSK tune 1.2e9 rate 10e6'\n"
-               "sets a receiver up in one run.\n"
+               "\nsignal, tune, rate, iso, status, gain, eq and dmpx chain: 'torvixe signal QPSK\n"
+               "tune 1.2e9 rate 10e6 status' sets a receiver up and shows it in one run.\n"
                "\nOptions (before or after the command):\n%s\n"
                "Numbers are decimal or 0x-hexadecimal.\n"
                "Exit status: 0 success, 1 a library call failed, 2 usage error.\n"

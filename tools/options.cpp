@@ -14,7 +14,7 @@ namespace {
 enum class Id {
   kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen,
   kChannels, kBytes, kSeconds, kOutput, kVerify, kRate, kCodeRate, kCoding, kTables, kMulti,
-  kFilters, kFilter
+  kFilters, kFilter, kWatch
 };
 
 struct OptionDef {
@@ -27,7 +27,8 @@ struct OptionDef {
 };
 
 constexpr OptionDef kOptions[] = {
-    {Id::kCount, "count", 0, "K", kOptCount, "number of consecutive words (1 to 65536, default 1)"},
+    {Id::kCount, "count", 0, "K", kOptCount,
+     "peek: words to read (default 1); status --watch: screens to show (1 to 65536)"},
     {Id::kAll, "all", 0, "DIR", kOptAll, "load DEM, DEC and RS from DIR/dem.bin, dec.bin, rs.bin"},
     {Id::kLen, "len", 0, "N", kOptLen,
      "bytes to read (1 to 65536; default 512, 256 with one-byte addresses)"},
@@ -51,6 +52,8 @@ constexpr OptionDef kOptions[] = {
      "rate: load the channel filter DIR/<shape>_<D>.dat for the new rate"},
     {Id::kFilter, "filter", 0, "N", kOptFilter,
      "rate: filter shape, any index 0 to 21; default 3 (n20d)"},
+    {Id::kWatch, "watch", 0, "S", kOptWatch,
+     "status: show the screen again every S seconds until Ctrl-C"},
     {Id::kBoard, "board", 'b', "N", 0,
      "board index, 0 to 255 (default 0); the library answers for 128 and up"},
     {Id::kSim, "sim", 0, "KEY=VALUE", 0,
@@ -117,12 +120,13 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
         return "invalid byte count '" + value + "'";
       inv->bytes = number;
       break;
-    case Id::kSeconds: {
+    case Id::kSeconds:
+    case Id::kWatch: {
       char* end = nullptr;
       const double seconds = std::strtod(value.c_str(), &end);
       if (value.empty() || *end != '\0' || !(seconds > 0 && seconds <= 1e6))
         return "invalid duration '" + value + "' (seconds, above 0)";
-      inv->seconds = seconds;
+      (o.id == Id::kSeconds ? inv->seconds : inv->watch) = seconds;
       break;
     }
     case Id::kOutput:

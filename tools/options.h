@@ -25,6 +25,7 @@ enum CommandOption : uint32_t {
   kOptMulti = 1u << 12,
   kOptFilters = 1u << 13,
   kOptFilter = 1u << 14,
+  kOptWatch = 1u << 15,
 };
 
 // What the parser checks a command against.
@@ -50,7 +51,7 @@ struct Invocation {
   bool trace = false;
   bool help = false;
   bool version = false;
-  uint32_t count = 1;
+  uint32_t count = 1;                  // peek: words; status --watch: screens (when given)
   uint32_t length = 0;                 // eeprom dump --len; 0: the command's default
   std::string all_dir;                 // fpga load --all DIR
   std::vector<uint32_t> channels;      // capture -c, in the order given, no repeats
@@ -65,6 +66,7 @@ struct Invocation {
   bool multi = false;                  // tune --multi
   std::string filters_dir;             // rate --filters DIR
   uint8_t filter = 3;                  // rate --filter: the n20d shape unless told otherwise
+  double watch = 0;                    // status --watch: seconds between screens; 0: one screen
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 

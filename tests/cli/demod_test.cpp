@@ -1,9 +1,12 @@
-// The demodulator chain's line: how it splits into steps and what it refuses before a board is
-// touched; signal types by index and label; the names that stand for no file; the read-back
-// as shown; and the bounded wait for the locks.
+// The chain's line: how it splits into steps (the receiver's, status, and the gain, eq and dmpx
+// actions) and what it refuses before a board is touched; equalizer coefficient pairs; signal
+// types by index and label; the names that stand for no file; the read-back as shown; and the
+// bounded wait for the locks.
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <iterator>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -59,6 +62,53 @@ TEST(DemodChain, SplitsIntoStepsInTheOrderGiven) {
   EXPECT_EQ(steps[0].modulation, 255);
 }
 
+// The word after gain, eq or dmpx is its action even when it is a step word ("dmpx status");
+// each action is a step of its own; words and pairs are passed on as given.
+TEST(DemodChain, ActionStepsAndTheirArguments) {
+  std::vector<DemodStep> steps;
+  ASSERT_EQ(Chain({"gain", "first", "0x12C", "gain", "second", "1", "4294967295", "dmpx", "status",
+                   "status", "--watch", "0.5", "--count", "3", "eq", "set", "1:2,0xFFFF:0",
+                   "dmpx", "control", "1", "2", "3", "eq", "table", "e.dat", "dmpx", "load",
+                   "t.bin", "eq", "taps", "eq", "control", "7"},
+                  &steps),
+            "");
+  const struct {
+    DemodStep::Kind kind;
+    std::vector<uint32_t> words;
+    std::string file;
+    size_t pairs;
+  } expected[] = {
+      {DemodStep::kGainFirst, {300}, "", 0},       {DemodStep::kGainSecond, {1, 0xFFFFFFFF}, "", 0},
+      {DemodStep::kDmpxStatus, {}, "", 0},         {DemodStep::kStatus, {}, "", 0},
+      {DemodStep::kEqSet, {}, "", 2},              {DemodStep::kDmpxControl, {1, 2, 3}, "", 0},
+      {DemodStep::kEqTable, {}, "e.dat", 0},       {DemodStep::kDmpxLoad, {}, "t.bin", 0},
+      {DemodStep::kEqTaps, {}, "", 0},             {DemodStep::kEqControl, {7}, "", 0},
+  };
+  ASSERT_EQ(steps.size(), std::size(expected));
+  for (size_t i = 0; i < steps.size(); ++i) {
+    EXPECT_EQ(steps[i].kind, expected[i].kind) << "step " << i;
+    EXPECT_EQ(steps[i].words, expected[i].words) << "step " << i;
+    EXPECT_EQ(steps[i].file, expected[i].file) << "step " << i;
+    EXPECT_EQ(steps[i].pairs.size(), expected[i].pairs) << "step " << i;
+  }
+  // Help for a word needs no action.
+  for (const char* word : {"gain", "eq", "dmpx", "status"})
+    EXPECT_EQ(Chain({word, "--help"}, nullptr), "") << word;
+}
+
+TEST(DemodChain, CoefficientPairs) {
+  std::vector<std::pair<uint16_t, uint16_t>> pairs;
+  ASSERT_TRUE(ParseCoefficientPairs("2048:0", &pairs));
+  EXPECT_EQ(pairs, (std::vector<std::pair<uint16_t, uint16_t>>{{2048, 0}}));
+  ASSERT_TRUE(ParseCoefficientPairs("0x10:16,1:1,1:1", &pairs));
+  EXPECT_EQ(pairs, (std::vector<std::pair<uint16_t, uint16_t>>{{16, 16}, {1, 1}, {1, 1}}))
+      << "repeats kept: each pair is a tap";
+  for (const char* bad : {"", "1", "1:", ":1", "1:2,", ",1:2", "1:2,,3:4", "1:2:3", "1:65536",
+                          "-1:2", "1;2", "1:2 ", "1 :2"})
+    EXPECT_FALSE(ParseCoefficientPairs(bad, &pairs)) << '"' << bad << '"';
+  EXPECT_EQ(pairs.size(), 3u) << "a refused list leaves the pairs alone";
+}
+
 TEST(DemodChain, RefusesLinesItCannotRun) {
   const std::pair<Args, const char*> cases[] = {
       {{"tune", "1e9", "rate", "1e6", "tune", "2e9"}, "tune: given twice"},
@@ -74,7 +124,18 @@ TEST(DemodChain, RefusesLinesItCannotRun) {
       {{"signal", "1", "--filters", "d"}, "--filters belongs to the rate step"},
       {{"rate", "1e6", "--multi"}, "--multi belongs to the tune step"},
       {{"tune", "1e9", "--tables", "t"}, "--tables belongs to the signal step"},
-      {{"rate", "1e6", "--count", "2"}, "--count does not apply to signal, tune, rate or iso"},
+      {{"rate", "1e6", "--len", "2"}, "--len does not apply to the steps (signal, tune, rate,"},
+      {{"rate", "1e6", "--count", "2"}, "--count belongs to the status step"},
+      {{"status", "--count", "3"}, "status: --count needs --watch S"},
+      {{"gain"}, "gain: missing action (first or second); usage: torvixe gain first CODE"},
+      {{"dmpx", "tune", "1e9"}, "dmpx: unknown action 'tune' (load, control or status)"},
+      {{"gain", "first"}, "gain first: missing argument; usage: torvixe gain first CODE"},
+      {{"gain", "first", "0x100000000"}, "gain first: invalid word '0x100000000'"},
+      {{"eq", "set", "1:2,3"}, "eq set: invalid coefficients '1:2,3'"},
+      // A step word always starts a step: a file named like one needs a path ("./status").
+      {{"eq", "table", "status"}, "eq table: missing argument"},
+      {{"gain", "first", "1", "gain", "first", "2"}, "gain first: given twice"},
+      {{"peek", "0"}, "'peek' is not a step (signal, tune, rate, iso, status, gain, eq, dmpx)"},
       {{"rate", "1e6", "--filter", "2"}, "--filter needs --filters DIR"},
   };
   for (const auto& [args, error_part] : cases) {
@@ -94,6 +155,7 @@ TEST(DemodChain, StepOptionValues) {
       {{"signal", "1", "--code-rate", "256"}, "invalid code-rate index '256'"},
       {{"signal", "1", "--coding", "-1"}, "invalid coding index '-1'"},
       {{"rate", "1", "--filters", "d", "--filter", "x"}, "invalid filter index 'x'"},
+      {{"status", "--watch", "0"}, "invalid duration '0'"},
   };
   for (const auto& [args, error_part] : bad) {
     Invocation inv;
@@ -105,6 +167,8 @@ TEST(DemodChain, StepOptionValues) {
   EXPECT_EQ(inv.filter, 3) << "the default shape";
   ASSERT_EQ(ParseCommandLine({"signal", "1", "--code-rate=0x9", "--coding", "17"}, &inv), "");
   EXPECT_TRUE(inv.code_rate == 9 && inv.coding == 17);
+  ASSERT_EQ(ParseCommandLine({"status", "--watch", "0.25", "--count", "4"}, &inv), "");
+  EXPECT_TRUE(inv.watch == 0.25 && inv.count == 4);
 }
 
 TEST(SignalType, IndicesAndLabelsInAnyCase) {
