@@ -5,8 +5,10 @@
 #include <cstdlib>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "platform/os.h"
 
@@ -34,6 +36,16 @@ class ScopedEnv {
   std::string name_, old_;
   bool had_ = false;
 };
+
+// The exports a module-definition file lists, one to a line indented by four blanks.
+inline std::vector<std::string> ExportNames(const char* def_file) {
+  std::ifstream def(def_file);
+  std::vector<std::string> names;
+  for (std::string line; std::getline(def, line);)
+    if (line.size() > 4 && line.compare(0, 4, "    ") == 0 && line[4] != ' ')
+      names.push_back(line.substr(4, line.find_last_not_of(" \r") - 3));
+  return names;
+}
 
 inline std::string Nonce() {
   std::random_device rd;

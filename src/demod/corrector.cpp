@@ -1,10 +1,8 @@
 #include "demod/corrector.h"
 
 #include <algorithm>
-#include <cinttypes>
-#include <memory>
 
-#include "demod/file_data.h"
+#include "demod/word_stream.h"
 #include "hw/regs.h"
 #include "hw/regs/dem.h"
 #include "hw/text.h"
@@ -19,36 +17,10 @@ int32_t cCorrector::SetControl(const uint32_t* word) {
   return int32_t(Io->WritePort(Dem(dem::kEqControl), *word));
 }
 
-// The table is taken whole as little-endian words; trailing bytes that make no word are
-// dropped. A file that cannot be read to its end streams nothing.
 int32_t cCorrector::LoadErrorTable(const char* fileName) {
-  const char* shown = fileName != nullptr ? fileName : "(null)";
-  std::unique_ptr<cFileData<unsigned char>> file(new cFileData<unsigned char>(fileName, "rb"));
-  if (!file->is_open()) {
-    Format(Text, "Ошибка открытия файла таблицы ошибок корректора %s", shown);
-    return 1;
-  }
-  const uint64_t size = file->Size();
-  if (size == kUnknownSize) {
-    Format(Text, "Ошибка чтения файла таблицы ошибок корректора %s", shown);
-    return 1;
-  }
-  const uint64_t words = size / 4, bytes = words * 4;
-  LoadBuffer<unsigned char> buffer;
-  if (!buffer.Allocate(bytes)) {
-    Format(Text, "Ошибка выделения %" PRIu64 " байт памяти", bytes);
-    return 2;
-  }
-  if (file->Read(buffer.data(), &bytes) != bytes) {
-    Format(Text, "Ошибка чтения файла таблицы ошибок корректора %s", shown);
-    return 1;
-  }
-  file.reset();
-  const unsigned char* p = buffer.data();
-  for (uint64_t i = 0; i < words; ++i, p += 4)
-    Io->WritePort(Dem(dem::kEqErrorTable), uint32_t(p[0]) | uint32_t(p[1]) << 8 |
-                                               uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24);
-  return 0;
+  static const WordTableTexts kTexts{"Ошибка открытия файла таблицы ошибок корректора %s",
+                                     "Ошибка чтения файла таблицы ошибок корректора %s"};
+  return StreamWordFile(Io, Dem(dem::kEqErrorTable), fileName, kTexts, Text, sizeof Text);
 }
 
 // A failed read gives 0 for both values of the tap.

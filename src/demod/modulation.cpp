@@ -1,10 +1,8 @@
 #include "demod/modulation.h"
 
-#include <cinttypes>
 #include <cstring>
-#include <memory>
 
-#include "demod/file_data.h"
+#include "demod/word_stream.h"
 #include "hw/regs.h"
 #include "hw/regs/dem.h"
 #include "hw/text.h"
@@ -108,36 +106,10 @@ uint32_t cModulation::GetModeCode() const { return Row(Modulation).mode; }
 uint32_t cModulation::GetBitsPerSymbol() const { return Row(Modulation).bitsPerSymbol; }
 uint32_t cModulation::GetTimingBits() const { return (Row(Modulation).timingTable | 0x10) << 8; }
 
-// The table is taken whole as little-endian words; trailing bytes that make no word are
-// dropped. A file that cannot be read to its end streams nothing.
 int32_t cModulation::LoadPackTable(const char* fileName) {
-  const char* shown = fileName != nullptr ? fileName : "(null)";
-  std::unique_ptr<cFileData<unsigned char>> file(new cFileData<unsigned char>(fileName, "rb"));
-  if (!file->is_open()) {
-    Format(Text, "Ошибка открытия файла таблицы упаковки %s", shown);
-    return 1;
-  }
-  const uint64_t size = file->Size();
-  if (size == kUnknownSize) {
-    Format(Text, "Ошибка чтения файла таблицы упаковки %s", shown);
-    return 1;
-  }
-  const uint64_t words = size / 4, bytes = words * 4;
-  LoadBuffer<unsigned char> buffer;
-  if (!buffer.Allocate(bytes)) {
-    Format(Text, "Ошибка выделения %" PRIu64 " байт памяти", bytes);
-    return 2;
-  }
-  if (file->Read(buffer.data(), &bytes) != bytes) {
-    Format(Text, "Ошибка чтения файла таблицы упаковки %s", shown);
-    return 1;
-  }
-  file.reset();
-  const unsigned char* p = buffer.data();
-  for (uint64_t i = 0; i < words; ++i, p += 4)
-    Io->WritePort(Dem(dem::kPackTable), uint32_t(p[0]) | uint32_t(p[1]) << 8 |
-                                            uint32_t(p[2]) << 16 | uint32_t(p[3]) << 24);
-  return 0;
+  static const WordTableTexts kTexts{"Ошибка открытия файла таблицы упаковки %s",
+                                     "Ошибка чтения файла таблицы упаковки %s"};
+  return StreamWordFile(Io, Dem(dem::kPackTable), fileName, kTexts, Text, sizeof Text);
 }
 
 }  // namespace tvx

@@ -25,14 +25,7 @@ std::set<std::string> called;
   } while (0)
 #define NOTE(name) called.insert(#name)
 
-std::vector<std::string> Listed() {
-  std::ifstream def(TVX_EXPORT_LIST);
-  std::vector<std::string> names;
-  for (std::string line; std::getline(def, line);)
-    if (line.size() > 4 && line.compare(0, 4, "    ") == 0 && line[4] != ' ')
-      names.push_back(line.substr(4, line.find_last_not_of(" \r") - 3));
-  return names;
-}
+std::vector<std::string> Listed() { return tvx::test::ExportNames(TVX_EXPORT_LIST); }
 
 std::string Write(const tvx::test::TempDir& dir, const char* name, size_t size) {
   const std::string path = (dir.path() / name).string();

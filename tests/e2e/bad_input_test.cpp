@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "test_env.h"
 #include "torvixe.h"
 #include "zarimsim.h"
 
@@ -179,15 +180,7 @@ const Row* Find(const std::string& name) {
   return nullptr;
 }
 
-// The exports the library's export list names, one to a line indented by four blanks.
-std::vector<std::string> Listed() {
-  std::ifstream def(TVX_EXPORT_LIST);
-  std::vector<std::string> names;
-  for (std::string line; std::getline(def, line);)
-    if (line.size() > 4 && line.compare(0, 4, "    ") == 0 && line[4] != ' ')
-      names.push_back(line.substr(4, line.find_last_not_of(" \r") - 3));
-  return names;
-}
+std::vector<std::string> Listed() { return tvx::test::ExportNames(TVX_EXPORT_LIST); }
 
 std::string Expected(const Row& row, int index) {
   std::string message = row.wording ? row.wording : std::string(row.name) + "%s";

@@ -24,12 +24,6 @@ const double kInf = std::numeric_limits<double>::infinity();
 
 class DemodTest : public LoaderTest {
  protected:
-  void Reopen(const char* type) {
-    ReleaseDeviceInstance(&id);
-    Set("lconv.type", type);
-    ASSERT_EQ(CreateDeviceInstance(&id), 0) << GetErrorMessage();
-    model.ClearTrace();
-  }
   int32_t Signal(uint8_t m, uint8_t rate = 0, uint8_t coding = 0) {
     return SetSignalType(&id, &m, &rate, &coding);
   }
@@ -53,11 +47,6 @@ class DemodTest : public LoaderTest {
     for (double v : values) text += std::to_string(v) + "\n";
     std::ofstream(files.Path(name)) << text;
     return files.path().string();
-  }
-  void Force(uint32_t address, uint32_t value) {
-    char key[16];
-    std::snprintf(key, sizeof key, "reg.0x%04X", unsigned(address));
-    Set(key, std::to_string(value));
   }
 };
 

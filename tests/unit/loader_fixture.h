@@ -49,6 +49,19 @@ class LoaderTest : public BoardTest {
     BoardTest::TearDown();
   }
   std::vector<zsim_access> Trace() const { return model.Trace(); }
+  // Board 0 again, with another convertor fitted.
+  void Reopen(const char* convertor_type) {
+    ReleaseDeviceInstance(&id);
+    Set("lconv.type", convertor_type);
+    ASSERT_EQ(CreateDeviceInstance(&id), 0) << GetErrorMessage();
+    model.ClearTrace();
+  }
+  // What reads of the register at `address` return from now on.
+  void Force(uint32_t address, uint32_t value) {
+    char key[16];
+    std::snprintf(key, sizeof key, "reg.0x%04X", unsigned(address));
+    Set(key, std::to_string(value));
+  }
 
   DeviceId id{0};
   Files files;

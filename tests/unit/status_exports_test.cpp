@@ -15,17 +15,6 @@ constexpr uint32_t kFirstControl = 0x8000, kStatus1 = 0x8018, kStatus2 = 0x8180,
 
 class StatusTest : public LoaderTest {
  protected:
-  void Reopen(const char* type) {
-    ReleaseDeviceInstance(&id);
-    Set("lconv.type", type);
-    ASSERT_EQ(CreateDeviceInstance(&id), 0) << GetErrorMessage();
-    model.ClearTrace();
-  }
-  void Force(uint32_t address, uint32_t value) {
-    char key[16];
-    std::snprintf(key, sizeof key, "reg.0x%04X", unsigned(address));
-    Set(key, std::to_string(value));
-  }
   GCValues Gains(bool second_channel) {
     GCValues g;
     std::memset(&g, 0xEE, sizeof g);
@@ -94,9 +83,10 @@ TEST_F(StatusTest, EqualizerTapsAndCount) {
     size_t written = 0;
     for (uint32_t i = 0; i < 16; ++i) written += Written(kEqWrite + 4 * i).size();
     EXPECT_EQ(written, r.taps) << r.count;
-    if (r.taps > 0)
+    if (r.taps > 0) {
       EXPECT_EQ(Written(kEqWrite + 4 * (r.taps - 1)),
                 std::vector<uint32_t>{uint32_t((r.taps - 1) << 14 | ((0xFF0 + r.taps - 1) & 0xFFF))});
+    }
     EqCoefficients out{99, first, second};
     ASSERT_EQ(EQGetCoeff(&id, &out), 0);
     EXPECT_EQ(out.Count, r.taps);
