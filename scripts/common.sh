@@ -42,9 +42,11 @@ ensure_packages() {
   return 1
 }
 
+# CLI11 reads the profiles of `torvixe run`; both builds take its headers from the host (the
+# Windows build copies them into its build tree).
 linux_tools=(cmake:cmake ninja:ninja-build g++:g++ pkg-config:pkg-config
   /usr/include/gtest/gtest.h:libgtest-dev /usr/include/gmock/gmock.h:libgmock-dev
-  /usr/include/benchmark/benchmark.h:libbenchmark-dev)
+  /usr/include/benchmark/benchmark.h:libbenchmark-dev /usr/include/CLI/CLI.hpp:libcli11-dev)
 # The test programs run under the command `wine` (package wine); its 64-bit loader comes with
 # the package wine64.
 windows_tools=(x86_64-w64-mingw32-g++-posix:g++-mingw-w64-x86-64-posix wine:wine /usr/lib/wine/wine64:wine64

@@ -121,7 +121,26 @@ std::string SummaryLine(unsigned channel, const ChannelTally& tally, double seco
   return line;
 }
 
-int RunCapture(Session& s) {
+Json ChannelJson(unsigned channel, const ChannelTally& tally, double seconds, bool verify) {
+  Json json = Json::Object();
+  json["channel"] = channel;
+  json["bytes"] = tally.bytes;
+  json["megabytes_per_second"] = seconds > 0 ? double(tally.bytes) / 1e6 / seconds : 0.0;
+  json["buffers"] = tally.buffers;
+  json["lost"] = tally.sequenced ? Json(tally.lost) : Json();
+  json["errors"] = verify ? Json(tally.errors) : Json();
+  Json& results = json["results"] = Json::Array();
+  for (const auto& [result, times] : tally.results) {
+    Json& entry = results.Push(Json::Object());
+    entry["result"] = result;
+    entry["count"] = times;
+  }
+  return json;
+}
+
+int RunCapture(Session& s) { return Capture(s, nullptr); }
+
+int Capture(Session& s, CaptureTotals* totals) {
   const Invocation& inv = s.inv();
   if (inv.bytes != 0 && inv.seconds != 0) {
     PrintError("capture: --bytes and --seconds exclude each other");
@@ -225,10 +244,22 @@ int RunCapture(Session& s) {
 
   int status = kExitOk;
   if (interrupted) std::printf("interrupted after %.2f s\n", seconds);
+  Json& facts = s.json()["capture"] = Json::Object();
+  facts["seconds"] = seconds;
+  facts["interrupted"] = interrupted.load();
+  facts["verified"] = inv.verify;
+  Json& list = facts["channels"] = Json::Array();
   for (const auto& r : readers) {
     if (r->file) std::fclose(r->file);
     const ChannelTally& t = r->tally;
     std::printf("%s\n", SummaryLine(r->channel, t, seconds, inv.verify).c_str());
+    list.Push(ChannelJson(r->channel, t, seconds, inv.verify));
+    if (totals != nullptr) {
+      ++totals->channels;
+      totals->bytes += t.bytes;
+      totals->lost += t.lost;
+      totals->errors += t.errors;
+    }
     const bool failed_read = t.results.count(3) || t.results.count(1) || t.results.count(-100);
     // -1: an event's buffers were dropped. -2 alone only says the reader came in late (the
     // sequence numbers tell whether anything was lost).

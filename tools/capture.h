@@ -13,6 +13,18 @@ namespace tvx::cli {
 
 int RunCapture(Session& session);
 
+// What a capture came to over all its channels, for a caller that sums it up.
+struct CaptureTotals {
+  size_t channels = 0;
+  uint64_t bytes = 0;
+  uint64_t lost = 0;
+  uint64_t errors = 0;
+};
+
+// The capture with the options of session.inv(), adding to *totals (may be null). Its exit
+// status, as RunCapture's.
+int Capture(Session& session, CaptureTotals* totals);
+
 // What one channel's reader saw; the pure parts are tested on their own.
 struct ChannelTally {
   uint64_t bytes = 0;
@@ -30,5 +42,8 @@ struct ChannelTally {
 
 // "channel 3: 6553600 bytes, 3.28 MB/s, 100 buffers, 0 lost, 0 errors; results 0 x12 -4 x1"
 std::string SummaryLine(unsigned channel, const ChannelTally& tally, double seconds, bool verify);
+
+// The same facts for --json: lost null without sequence numbers, errors null when not verified.
+Json ChannelJson(unsigned channel, const ChannelTally& tally, double seconds, bool verify);
 
 }  // namespace tvx::cli

@@ -8,9 +8,11 @@
 
 #include "hw/driver_parameters.h"
 #include "capture.h"
+#include "controls.h"
 #include "demod.h"
 #include "loaders.h"
 #include "i2c_port.h"
+#include "profile.h"
 #include "report.h"
 #include "rf.h"
 #include "text.h"
@@ -55,6 +57,7 @@ void BringUpForRawAccess(Session& s) {
 
 int RunList(Session& s) {
   const uint32_t count = DeviceSupportedCount();
+  Json& devices = s.json()["devices"] = Json::Array();
   if (count == 0) {
     std::printf("no devices found (Windows: the driver's device interfaces; Linux: the entries "
                 "of $TORVIXE_DEVICES, default /sys/class/zarim)\n");
@@ -65,10 +68,15 @@ int RunList(Session& s) {
       DeviceId id{static_cast<uint8_t>(i)};
       const std::string path = LibraryText(GetFullDeviceName(&id));
       std::printf("  %3u  %s\n", i, path.empty() ? "(no device path)" : path.c_str());
+      Json& device = devices.Push(Json::Object());
+      device["index"] = i;
+      device["path"] = path.empty() ? Json() : Json(path);
     }
   }
+  s.json()["virtual_boards"] = nullptr;
   if (s.sim().available()) {
     const unsigned boards = s.sim().BoardCount();
+    s.json()["virtual_boards"] = boards;
     std::printf("virtual board: %u board%s, reached by index (-b 0 to %u)\n", boards,
                 boards == 1 ? "" : "s", boards == 0 ? 0 : boards - 1);
   }
@@ -104,10 +112,20 @@ using FieldFailed = std::function<void(const std::string& field, const std::stri
 
 void ShowIdentity(Session& s, const FieldFailed& failed) {
   char text[32] = {};
-  if (GetModuleSerialNumber(s.id(), text) == 0) std::printf("module serial number: %s\n", text);
-  else failed("module serial number", LastLibraryText());
-  if (GetModuleVersion(s.id(), text) == 0) std::printf("module version: %s\n", text);
-  else failed("module version", LastLibraryText());
+  Json& module = s.json()["module"] = Json::Object();
+  AddNulls(module, {"serial_number", "version"});
+  if (GetModuleSerialNumber(s.id(), text) == 0) {
+    std::printf("module serial number: %s\n", text);
+    module["serial_number"] = LibraryText(text);
+  } else {
+    failed("module serial number", LastLibraryText());
+  }
+  if (GetModuleVersion(s.id(), text) == 0) {
+    std::printf("module version: %s\n", text);
+    module["version"] = LibraryText(text);
+  } else {
+    failed("module version", LastLibraryText());
+  }
 }
 
 // The L-convertor's serial number and version. When the library has no convertor object to
@@ -119,13 +137,23 @@ void ShowLConvertorIdentity(Session& s, const FieldFailed& failed) {
   const std::string serial_text = LastLibraryText();
   const int32_t version_code = GetLConvertorVersion(s.id(), version);
   const std::string version_text = LastLibraryText();
-  auto show = [&](const char* field, int32_t code, const char* value, const std::string& why) {
-    if (code == 0) std::printf("%s: %s\n", field, value);
-    else if (code == -2) std::printf("%s: not supported (%s)\n", field, why.c_str());
-    else if (code != -1) failed(field, why);
+  // One source for both: the two calls ask the same convertor object.
+  Json& facts = s.json()["lconvertor"] = Json::Object();
+  AddNulls(facts, {"serial_number", "version"});
+  facts["source"] = serial_code == -2 ? "not supported" : serial_code == 0 ? "library" : Json();
+  auto show = [&](const char* field, const char* key, int32_t code, const char* value,
+                  const std::string& why) {
+    if (code == 0) {
+      std::printf("%s: %s\n", field, value);
+      facts[key] = LibraryText(value);
+    } else if (code == -2) {
+      std::printf("%s: not supported (%s)\n", field, why.c_str());
+    } else if (code != -1) {
+      failed(field, why);
+    }
   };
-  show("L-convertor serial number", serial_code, serial, serial_text);
-  show("L-convertor version", version_code, version, version_text);
+  show("L-convertor serial number", "serial_number", serial_code, serial, serial_text);
+  show("L-convertor version", "version", version_code, version, version_text);
   if (serial_code != -1 && version_code != -1) return;
 
   std::string why;
@@ -136,6 +164,7 @@ void ShowLConvertorIdentity(Session& s, const FieldFailed& failed) {
     return;
   }
   if (chip.address_bytes == 1) {
+    facts["source"] = "none";
     // What the library answers once it has the convertor to ask: not supported.
     if (serial_code == -1)
       std::printf("L-convertor serial number: none (the type 2 convertor keeps no identity; %s)\n",
@@ -151,24 +180,35 @@ void ShowLConvertorIdentity(Session& s, const FieldFailed& failed) {
     failed("L-convertor identity", serial_text + "; reading its EEPROM: " + failure);
     return;
   }
-  if (serial_code == -1)
+  facts["source"] = "eeprom";
+  if (serial_code == -1) {
     std::printf("L-convertor serial number: %s (read from its EEPROM by the tool; %s)\n",
                 SerialText(bytes.data()).c_str(), serial_text.c_str());
-  if (version_code == -1)
+    facts["serial_number"] = SerialText(bytes.data());
+  }
+  if (version_code == -1) {
     std::printf("L-convertor version: %s (read from its EEPROM by the tool; %s)\n",
                 VersionText(bytes[4]).c_str(), version_text.c_str());
+    facts["version"] = VersionText(bytes[4]);
+  }
 }
 
 void ShowTemperatures(Session& s, const FieldFailed& failed) {
   float celsius = 0;
-  if (GetPCBTemperature(s.id(), &celsius) == 0)
+  Json& facts = s.json()["temperatures"] = Json::Object();
+  AddNulls(facts, {"pcb_celsius", "fpga_celsius"});
+  if (GetPCBTemperature(s.id(), &celsius) == 0) {
     std::printf("PCB temperature: %.2f °C\n", static_cast<double>(celsius));
-  else
+    facts["pcb_celsius"] = celsius;
+  } else {
     failed("PCB temperature", LastLibraryText());
-  if (GetFPGATemperature(s.id(), &celsius) == 0)
+  }
+  if (GetFPGATemperature(s.id(), &celsius) == 0) {
     std::printf("FPGA temperature: %.2f °C\n", static_cast<double>(celsius));
-  else
+    facts["fpga_celsius"] = celsius;
+  } else {
     failed("FPGA temperature", LastLibraryText());
+  }
 }
 
 // The DMA geometry's two registry values as they stand and as the library takes them. A value
@@ -181,6 +221,9 @@ void ShowDriverParameters(Session& s) {
   const DriverParameters in_force = ReadDriverParameters(kDriverService);
   os::RegistryKey* key = os::OpenRegistryKey(path);
   std::printf("driver parameters (%s%s):\n", path, key ? "" : ", key absent");
+  Json& facts = s.json()["driver_parameters"] = Json::Object();
+  facts["key"] = LibraryText(path);
+  facts["key_present"] = key != nullptr;
   const struct {
     const char* name;
     uint32_t in_force;
@@ -195,7 +238,14 @@ void ShowDriverParameters(Session& s) {
     const bool present = key && os::QueryRegistryValue(key, v.name, bytes, &size);
     uint32_t value = 0;
     std::string read = present ? std::to_string(size) + " bytes (not a 4-byte value)" : "not set";
-    if (key && ReadDword(key, v.name, &value)) read = std::to_string(value);
+    Json& fact = facts[v.name] = Json::Object();
+    AddNulls(fact, {"read", "value_bytes"});
+    if (present) fact["value_bytes"] = size;
+    if (key && ReadDword(key, v.name, &value)) {
+      read = std::to_string(value);
+      fact["read"] = value;
+    }
+    fact["in_force"] = v.in_force;
     std::printf("  %-13s read: %s, in force: %u\n", v.name, read.c_str(), v.in_force);
     if (present && (size != 4 || !v.accepted(value)))
       PrintError("warning: " + std::string(v.name) + ": the registry holds " + read +
@@ -210,6 +260,8 @@ void ShowDriverParameters(Session& s) {
   BufferMap map{};
   MasterGetBuffers(s.id(), &map);
   const uint64_t expected = uint64_t(in_force.channel_count) * in_force.buffers_per_channel;
+  facts["descriptors_mapped"] = map.DescriptorCount;
+  facts["descriptors_expected"] = expected;
   std::printf("  DMA descriptors mapped: %u (%u channels x %u buffers expected)\n",
               unsigned(map.DescriptorCount), in_force.channel_count, in_force.buffers_per_channel);
   if (map.DescriptorCount != expected)
@@ -232,6 +284,11 @@ int RunInfo(Session& s) {
   std::printf("board %u\nstatus: 0 (board usable)\n", s.board());
   const uint32_t slot = GetDeviceSlotID(s.id());
   std::printf("slot: %u%s\n", slot, slot == 0xFFFFFFFFu ? " (none reported)" : "");
+  Json& facts = s.json();
+  facts["status"] = 0;
+  facts["slot"] = slot == 0xFFFFFFFFu ? Json() : Json(slot);
+  AddNulls(facts, {"register_blocks", "interface_version", "convertor_type",
+                   "convertor_presence_code"});
 
   FpgaBaseAddresses bases{};
   if (GetFPGABaseAddress(s.id(), &bases) == 0) {
@@ -239,20 +296,29 @@ int RunInfo(Session& s) {
         {"INT", bases.IntBase}, {"DEM", bases.DemBase}, {"peripheral", bases.PeripheralBase},
         {"DEC", bases.DecBase}, {"RS", bases.RsBase}};
     std::printf("register blocks:  word offset  byte address\n");
-    for (const auto& b : blocks)
+    for (const auto& b : blocks) {
       std::printf("  %-12s   0x%04X       0x%08llX\n", b.name, b.base,
                   static_cast<unsigned long long>(BlockByteAddress(b.base)));
+      Json& block = facts["register_blocks"][b.name];
+      block["word_offset"] = b.base;
+      block["byte_address"] = BlockByteAddress(b.base);
+    }
   } else {
     field_failed("register blocks", LastLibraryText());
   }
 
   uint8_t version = 0;
-  if (GetInterfaceVersion(s.id(), &version) == 0) std::printf("interface version: %u\n", version);
-  else field_failed("interface version", LastLibraryText());
+  if (GetInterfaceVersion(s.id(), &version) == 0) {
+    std::printf("interface version: %u\n", version);
+    facts["interface_version"] = version;
+  } else {
+    field_failed("interface version", LastLibraryText());
+  }
 
   uint8_t type = 0;
   if (GetLConvertorType(s.id(), &type) == 0) {
     std::printf("convertor type: %u\n", type);
+    facts["convertor_type"] = type;
   } else {
     type = 0;
     // No convertor object to ask: the presence bit still tells which convertor is fitted.
@@ -263,6 +329,7 @@ int RunInfo(Session& s) {
       std::printf("convertor code: %u (the presence code: bit 0 of peripheral word 0 is %u; "
                   "GetLConvertorType: %s)\n",
                   ConvertorCodeFromPresence(word.Value), word.Value & 1u, why.c_str());
+      facts["convertor_presence_code"] = ConvertorCodeFromPresence(word.Value);
     } else {
       field_failed("convertor", why + "; reading peripheral word 0: error " +
                                     std::to_string(code) + " (" + PortResultMeaning(code) + ")");
@@ -353,10 +420,7 @@ int RunPoke(Session& s) {
 
 int RunControl(Session& s) {
   const std::string& which = s.inv().args[0];
-  int32_t (*write)(DeviceId*, const uint32_t*) = which == "iq"     ? IQControl
-                                                 : which == "dmd"  ? DMDControl
-                                                 : which == "dma3" ? DMA3CHControl
-                                                                   : nullptr;
+  const ChannelControlWrite write = ChannelControl(which);
   if (write == nullptr) {
     PrintError("control: unknown channel control '" + which + "' (iq, dmd or dma3)");
     return kExitUsage;
@@ -389,14 +453,14 @@ int RunControl(Session& s) {
   "status screen after them; exit 1 when a lock the line asked for did not come."
 
 const Command kCommands[] = {
-    {{"list", "", 0, 0, 0}, "count the boards and show their device paths",
+    {{"list", "[--json]", 0, 0, kOptJson}, "count the boards and show their device paths",
      "Shows how many boards the system enumerates and each one's device path, by index.\n"
      "On Windows the driver's device interfaces are enumerated; on Linux the entries of\n"
      "$TORVIXE_DEVICES (default /sys/class/zarim), sorted by name. On the virtual board the\n"
      "number of emulated boards is shown too; they are reached by index whether enumerated\n"
-     "or not.",
+     "or not. --json prints the same as one JSON document.",
      RunList},
-    {{"info", "", 0, 0, 0}, "bring a board up and show what it reports",
+    {{"info", "[--json]", 0, 0, kOptJson}, "bring a board up and show what it reports",
      "Brings the board up and shows its status, slot, register-block bases (32-bit word\n"
      "offsets and byte addresses), interface version and convertor type. When the convertor\n"
      "cannot be asked, the presence code from bit 0 of peripheral word 0 (byte address\n"
@@ -406,7 +470,8 @@ const Command kCommands[] = {
      "(marked so). The sampling clock is the one the library sets for the convertor type;\n"
      "on the virtual board, the frequency and lock its synthesizer received are shown too.\n"
      "A failed bring-up prints the library's text and exits 1; a later field that fails\n"
-     "prints its text and the rest still follows (exit 1).",
+     "prints its text and the rest still follows (exit 1). --json prints the same as one JSON\n"
+     "document.",
      RunInfo},
     {{"eeprom", "dump pcb|lconv [--len N]", 2, 2, kOptLen}, "dump a serial EEPROM",
      "Reads the module EEPROM (pcb, device 0xA6) or the L-convertor EEPROM (lconv, device\n"
@@ -456,8 +521,8 @@ const Command kCommands[] = {
      "the virtual board the words the synthesizer received are shown with the frequency\n"
      "they program and whether it locked, after a failure too.",
      RunSynth},
-    {{"capture", "[-c LIST] [--bytes N | --seconds S] [-o PREFIX] [--verify] [--rate R]", 0, 0,
-      kOptChannels | kOptBytes | kOptSeconds | kOptOutput | kOptVerify | kOptRate},
+    {{"capture", "[-c LIST] [--bytes N | --seconds S] [-o PREFIX] [--verify] [--rate R] [--json]",
+      0, 0, kOptChannels | kOptBytes | kOptSeconds | kOptOutput | kOptVerify | kOptRate | kOptJson},
      "read data channels by DMA and account for every buffer",
      "Brings the board up, hands the DMA buffer map back to the engine (MasterGetBuffers,\n"
      "MasterLoad), starts it (MasterStart 0x40000000) and reads the channels of -c (default 0)\n"
@@ -469,8 +534,21 @@ const Command kCommands[] = {
      "and how often each ReadChannelData result came back (-4: a wait timed out, -1/-2: the\n"
      "ring overran). -o PREFIX writes channel N's data to PREFIX.chN.bin. --rate R sets the\n"
      "virtual board's buffers per second per channel (or max) first. Exit status 1 when a\n"
-     "buffer was lost, the ring overran, a payload was wrong or a channel could not be read.",
+     "buffer was lost, the ring overran, a payload was wrong or a channel could not be read.\n"
+     "--json prints the summary as one JSON document.",
      RunCapture},
+    {{"run", "PROFILE [--json]", 1, 1, kOptJson}, "run the job a profile names, step by step",
+     "Reads the INI profile PROFILE and runs what it names on one bring-up, in this order: the\n"
+     "virtual board's keys ([virtual-board]), the FPGA images ([fpga]), the receiver ([signal],\n"
+     "[tune], [rate], [gain], [eq], [dmpx]) followed by its status screen, the channel control\n"
+     "words ([control]) and the capture ([capture]). Each step shows what the board read back,\n"
+     "as the single commands do; the first that fails ends the run with the library's text\n"
+     "(exit 1). The run ends with a line of the locks and the capture's totals. Relative paths\n"
+     "are the profile's directory's; a path that starts with $samples is in the directory of\n"
+     "the key samples (default: the samples beside the program). An unknown section or key or\n"
+     "a bad value is a usage error naming its line (exit 2). --json prints the status screen,\n"
+     "the capture's summary and the locks at the end as one JSON document.",
+     RunProfile},
     {{"signal", "TYPE [--code-rate N] [--coding N] [--tables DIR]", 1, 1,
       kOptCodeRate | kOptCoding | kOptTables},
      "set the signal type and show its parameters",
@@ -508,7 +586,7 @@ const Command kCommands[] = {
      "same line."
      TVX_CHAIN_HELP,
      RunDemodChain},
-    {{"status", "[--watch S [--count N]]", 0, 0, kOptWatch | kOptCount},
+    {{"status", "[--watch S [--count N]] [--json]", 0, 0, kOptWatch | kOptCount | kOptJson},
      "show the board's locks, measurements, gains, counters and temperatures",
      "Shows one screen of the running board: the carrier and timing locks and the IQ and\n"
      "demodulated-data channel status bits (GetBitStatus bits 0, 1, 4 and 6, the word cleared\n"
@@ -520,7 +598,8 @@ const Command kCommands[] = {
      "line it first waits for their locks. --watch S shows the screen again every S seconds\n"
      "(in place on a terminal, else separated by a blank line) until Ctrl-C, which ends the\n"
      "line with exit 0, or until --count N screens were shown. A field the library refuses\n"
-     "shows as unknown or unavailable and its text goes to stderr: exit 1 after the screens."
+     "shows as unknown or unavailable and its text goes to stderr: exit 1 after the screens.\n"
+     "--json prints the screen as one JSON document (the other steps' text goes to stderr)."
      TVX_CHAIN_HELP,
      RunDemodChain},
     {{"gain", "first CODE | second W1 W2", 2, 3, 0}, "set a gain stage and read both channels back",

@@ -98,6 +98,11 @@ bool RunDmpxLoad(Session& s, const DemodStep& step) {
 
 }  // namespace
 
+ChannelControlWrite ChannelControl(const std::string& which) {
+  return which == "iq" ? IQControl : which == "dmd" ? DMDControl : which == "dma3" ? DMA3CHControl
+                                                                                  : nullptr;
+}
+
 std::string DmpxStatusText(uint32_t status) {
   char text[96];
   std::snprintf(text, sizeof text,

@@ -14,6 +14,11 @@ namespace tvx::cli {
 // The equalizer's taps: what EQGetCoeff's arrays are sized for.
 constexpr uint32_t kEqTaps = 13;
 
+// The export that writes a channel control word: IQControl, DMDControl or DMA3CHControl for
+// "iq", "dmd" or "dma3"; null for any other name.
+using ChannelControlWrite = int32_t (*)(DeviceId*, const uint32_t*);
+ChannelControlWrite ChannelControl(const std::string& which);
+
 // Runs one gain, eq or dmpx step. False after saying what failed.
 bool RunControlStep(Session& session, const DemodStep& step);
 

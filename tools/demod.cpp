@@ -416,6 +416,7 @@ std::string ParseDemodChain(const Invocation& inv, std::vector<DemodStep>* steps
     return "rate: --filter needs --filters DIR";
   if ((inv.options_given & kOptCount) != 0 && inv.watch == 0)
     return "status: --count needs --watch S";
+  if (inv.json && inv.watch > 0) return "status: --json shows one screen, not a --watch";
   if (inv.help) return {};
 
   std::vector<DemodStep> parsed;
@@ -490,6 +491,10 @@ int RunDemodChain(Session& s) {
     PrintError(error);   // main checked the line already; kept for callers that did not
     return kExitUsage;
   }
+  return RunDemodSteps(s, steps);
+}
+
+int RunDemodSteps(Session& s, const std::vector<DemodStep>& steps) {
   std::string failure;
   if (!s.BringUp(&failure)) {
     PrintError("board " + std::to_string(s.board()) + ": bring-up failed: " + failure);

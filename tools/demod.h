@@ -92,4 +92,8 @@ int PollStatus(const std::function<bool(uint32_t*)>& read, uint32_t wanted, int 
 // signal, tune, rate, iso, status, gain, eq, dmpx, and any chain of them.
 int RunDemodChain(Session& session);
 
+// Runs steps as a chain does, on one bring-up, with the step options of session.inv(): what
+// `run` does with the receiver its profile names.
+int RunDemodSteps(Session& session, const std::vector<DemodStep>& steps);
+
 }  // namespace tvx::cli

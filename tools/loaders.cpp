@@ -105,7 +105,8 @@ class ProgressLine {
   size_t width_ = 0;
 };
 
-// Loads one device; prints what happened. True on success.
+}  // namespace
+
 bool LoadFpga(Session& s, const std::string& device, const std::string& file) {
   const int64_t size = FileSize(file);
   // What the library sends: the file in 32-bit words, then two zero words.
@@ -140,6 +141,8 @@ bool LoadFpga(Session& s, const std::string& device, const std::string& file) {
   }
   return true;
 }
+
+namespace {
 
 int UsageOf(const char* command, const std::string& what) {
   PrintError(std::string(command) + ": " + what + "; see 'torvixe " + command + " --help'");

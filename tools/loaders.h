@@ -10,6 +10,9 @@
 namespace tvx::cli {
 
 int RunFpga(Session& session);
+// Loads one FPGA (DEM, DEC or RS) from `file` and shows what was sent and, on the virtual
+// board, what it received. False after saying what failed.
+bool LoadFpga(Session& session, const std::string& device, const std::string& file);
 int RunRam(Session& session);
 int RunSim(Session& session);
 

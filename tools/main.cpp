@@ -1,6 +1,9 @@
 // torvixe: the command-line tool. Parses the line, answers help and version, and runs one
 // command of the table in commands.cpp inside a Session.
+#include <unistd.h>
+
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +39,28 @@ void PrintCommandHelp(const Command& c) {
               OptionsHelp(c.syntax.options).c_str());
 }
 
+// With --json the document alone goes to stdout: while the command runs, what it prints there
+// goes to stderr with its messages.
+class StdoutAside {
+ public:
+  StdoutAside() {
+    std::fflush(stdout);
+    saved_ = dup(1);
+    if (saved_ >= 0) dup2(2, 1);
+  }
+  ~StdoutAside() {
+    std::fflush(stdout);
+    if (saved_ < 0) return;
+    dup2(saved_, 1);
+    close(saved_);
+  }
+  StdoutAside(const StdoutAside&) = delete;
+  StdoutAside& operator=(const StdoutAside&) = delete;
+
+ private:
+  int saved_ = -1;
+};
+
 int UsageError(const std::string& message) {
   PrintError(message);
   std::fprintf(stderr, "Try 'torvixe --help'.\n");
@@ -48,6 +73,7 @@ int main(int argc, char** argv) {
   Invocation inv;
   std::string error = ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc), &inv);
   if (!error.empty()) return UsageError(error);
+  inv.program = argc > 0 ? argv[0] : "";
   if (inv.version) {
     std::printf("torvixe %s\n", TVX_CLI_VERSION);
     return kExitOk;
@@ -72,14 +98,31 @@ int main(int argc, char** argv) {
 
   SimControl sim;
   int status = kExitOk;
+  std::vector<std::string> errors;
+  Json document = Json::Object();
   {
+    std::optional<StdoutAside> aside;
+    if (inv.json) {
+      aside.emplace();
+      CollectErrors(&errors);
+    }
     Session session(inv, sim);
+    session.json()["command"] = inv.command;
+    session.json()["board"] = inv.board;
     status = session.PrepareVirtualBoard();
     if (status == kExitOk) {
       status = command->run(session);
       session.PrintTrace();
     }
+    document = std::move(session.json());
   }  // the board is released here, before the IO library could go away
+  if (inv.json) {
+    CollectErrors(nullptr);
+    document["exit_status"] = status;
+    Json& list = document["errors"] = Json::Array();
+    for (const std::string& e : errors) list.Push(e);
+    std::fputs(document.Dump().c_str(), stdout);
+  }
   std::fflush(stdout);
   return status;
 }

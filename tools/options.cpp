@@ -14,7 +14,7 @@ namespace {
 enum class Id {
   kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen,
   kChannels, kBytes, kSeconds, kOutput, kVerify, kRate, kCodeRate, kCoding, kTables, kMulti,
-  kFilters, kFilter, kWatch
+  kFilters, kFilter, kWatch, kJson
 };
 
 struct OptionDef {
@@ -54,6 +54,8 @@ constexpr OptionDef kOptions[] = {
      "rate: filter shape, any index 0 to 21; default 3 (n20d)"},
     {Id::kWatch, "watch", 0, "S", kOptWatch,
      "status: show the screen again every S seconds until Ctrl-C"},
+    {Id::kJson, "json", 0, nullptr, kOptJson,
+     "print one JSON document on stdout instead of the text (which goes to stderr)"},
     {Id::kBoard, "board", 'b', "N", 0,
      "board index, 0 to 255 (default 0); the library answers for 128 and up"},
     {Id::kSim, "sim", 0, "KEY=VALUE", 0,
@@ -154,6 +156,7 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
       (o.id == Id::kTables ? inv->tables_dir : inv->filters_dir) = value;
       break;
     case Id::kMulti: inv->multi = true; break;
+    case Id::kJson: inv->json = true; break;
     case Id::kTrace: inv->trace = true; break;
     case Id::kHelp: inv->help = true; break;
     case Id::kVersion: inv->version = true; break;

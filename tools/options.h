@@ -26,6 +26,7 @@ enum CommandOption : uint32_t {
   kOptFilters = 1u << 13,
   kOptFilter = 1u << 14,
   kOptWatch = 1u << 15,
+  kOptJson = 1u << 16,
 };
 
 // What the parser checks a command against.
@@ -43,6 +44,7 @@ struct SimSetting {
 };
 
 struct Invocation {
+  std::string program;                 // the program as started (argv[0])
   std::string command;                 // empty when none was given
   std::vector<std::string> args;
   unsigned board = 0;                  // 0..255; the library itself refuses 128 and up
@@ -67,6 +69,7 @@ struct Invocation {
   std::string filters_dir;             // rate --filters DIR
   uint8_t filter = 3;                  // rate --filter: the n20d shape unless told otherwise
   double watch = 0;                    // status --watch: seconds between screens; 0: one screen
+  bool json = false;                   // --json: one JSON document on stdout, the text on stderr
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 

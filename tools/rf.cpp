@@ -30,7 +30,7 @@ double LibrarySampleClock(uint8_t convertor_type) {
   return convertor_type == 5 ? 280e6 : 560e6 / 3;
 }
 
-void ShowSampleClock(const Session& s, uint8_t type) {
+void ShowSampleClock(Session& s, uint8_t type) {
   if (type != 0)
     std::printf("sampling clock: %.2f Hz, set by the library for convertor type %u\n",
                 LibrarySampleClock(type), type);
@@ -38,8 +38,16 @@ void ShowSampleClock(const Session& s, uint8_t type) {
     std::printf("sampling clock: %.2f Hz as the library sets it, or %.2f Hz with a type 5 "
                 "convertor (the library has no convertor type to tell)\n",
                 LibrarySampleClock(3), LibrarySampleClock(5));
-  if (s.sim().available())
+  Json& facts = s.json()["sampling_clock"] = Json::Object();
+  facts["hz"] = type != 0 ? Json(LibrarySampleClock(type)) : Json();
+  facts["virtual_board"] = nullptr;
+  if (s.sim().available()) {
     std::printf("  virtual board's sampling synthesizer: %s\n", SynthesizerView(s).c_str());
+    Json& synth = facts["virtual_board"] = Json::Object();
+    synth["hz"] = NumberOrNull(SimValue(s, "synth.s.frequency"));
+    synth["n"] = NumberOrNull(SimValue(s, "synth.s.n"));
+    synth["locked"] = SimValue(s, "synth.s.locked") == "1";
+  }
 }
 
 int RunSynth(Session& s) {

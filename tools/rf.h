@@ -15,7 +15,7 @@ double LibrarySampleClock(uint8_t convertor_type);
 
 // The `info` lines about the sampling clock. `type` is the library's convertor type, or 0 when
 // the library has no convertor to ask (then its synthesizer was never loaded either).
-void ShowSampleClock(const Session& session, uint8_t type);
+void ShowSampleClock(Session& session, uint8_t type);
 
 // synth s HZ
 int RunSynth(Session& session);

@@ -142,6 +142,55 @@ std::vector<std::string> StatusLines(const StatusSnapshot& snap) {
   return lines;
 }
 
+Json StatusJson(const StatusSnapshot& snap) {
+  Json json = Json::Object();
+  const auto lock = [&snap](bool has_threshold, uint32_t bit) {
+    return snap.word && has_threshold ? Json((*snap.word & bit) != 0) : Json();
+  };
+  const auto bit = [&snap](uint32_t mask) {
+    return snap.word ? Json((*snap.word & mask) != 0 ? 1 : 0) : Json();
+  };
+  Json& carrier = json["carrier"];
+  carrier["locked"] = lock(snap.carrier_threshold, kCarrierLockBit);
+  carrier["measured_hz"] = snap.carrier;
+  Json& timing = json["timing"];
+  timing["locked"] = lock(snap.timing_threshold, kTimingLockBit);
+  timing["measured_sps"] = snap.rate;
+  json["status_word"] = snap.word;
+  json["iq_channel"] = bit(kIqChannelBit);
+  json["demodulated_data_channel"] = bit(kDmdChannelBit);
+  Json& gains = json["gains"] = Json::Array();
+  for (const auto& g : snap.gains) {
+    Json& channel = gains.Push(Json());
+    if (!g) continue;
+    channel["attenuator_code"] = g->attenuatorCode;
+    channel["attenuation_db"] = g->attenuation;
+    channel["first_code"] = g->firstGainCode;
+    channel["first_level"] = g->firstGainLevel;
+    channel["second_code"] = g->secondGainCode;
+    channel["second_db"] = g->secondGainLevel;
+    channel["total_db"] = g->totalGain;
+  }
+  Json& counters = json["counters"];
+  if (const auto& c = snap.counters) {
+    counters["iq"] = c->IqCount;
+    counters["demodulated_data"] = c->DmdCount;
+    counters["adc"] = c->AdcCount;
+    counters["int"] = c->IntCount;
+  }
+  Json& temperatures = json["temperatures"];
+  temperatures["pcb_celsius"] = snap.pcb_celsius;
+  temperatures["fpga_celsius"] = snap.fpga_celsius;
+  Json& board = json["virtual_board"];
+  if (snap.virtual_board) {
+    board["signal_frequency_hz"] = NumberOrNull(snap.signal_frequency);
+    board["signal_rate_sps"] = NumberOrNull(snap.signal_rate);
+    board["signal_level_dbm"] = NumberOrNull(snap.signal_level);
+    board["dmpx_status"] = NumberOrNull(snap.dmpx_status);
+  }
+  return json;
+}
+
 StatusOutcome RunStatusScreens(Session& s) {
   const Invocation& inv = s.inv();
   const bool watch = inv.watch > 0;
@@ -159,6 +208,7 @@ StatusOutcome RunStatusScreens(Session& s) {
   for (;;) {
     const double elapsed = std::chrono::duration<double>(Clock::now() - began).count();
     const StatusSnapshot snap = ReadStatus(s);
+    if (inv.json) s.json()["status"] = StatusJson(snap);
     ++shown;
     if (in_place) std::printf("\033[H\033[2J");   // cursor home, screen cleared
     else if (shown > 1) std::printf("\n");

@@ -32,6 +32,10 @@ StatusSnapshot ReadStatus(Session& session);
 // The screen's lines after its heading.
 std::vector<std::string> StatusLines(const StatusSnapshot& snapshot);
 
+// The same facts for --json: null for a field the library refused, a lock the signal type
+// shows no indication of, and the virtual board's part elsewhere.
+Json StatusJson(const StatusSnapshot& snapshot);
+
 // One channel's gains as GetGCValues reports them: "attenuator 12 (6.00 dB), first 300 (level
 // 0.50), second 7 (3.50 dB), total 30.00 dB". The reserved word is not shown: the library
 // never writes it.
