@@ -42,8 +42,8 @@ ensure_packages() {
   return 1
 }
 
-# CLI11 reads the profiles of `torvixe run`; both builds take its headers from the host (the
-# Windows build copies them into its build tree).
+# CLI11 reads the command line of `torvixe` and the profiles of `torvixe run`; both builds take
+# its headers from the host (the Windows build copies them into its build tree).
 linux_tools=(cmake:cmake ninja:ninja-build g++:g++ pkg-config:pkg-config
   /usr/include/gtest/gtest.h:libgtest-dev /usr/include/gmock/gmock.h:libgmock-dev
   /usr/include/benchmark/benchmark.h:libbenchmark-dev /usr/include/CLI/CLI.hpp:libcli11-dev)

@@ -1,10 +1,13 @@
 // Command-line parsing of the CLI. One table describes every option: its names, whether it
-// takes a value, whether every command accepts it, and its help line.
+// takes a value, whether every command accepts it, and its help line; CLI11 splits the line by it.
 #include "options.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <map>
+
+#include <CLI/CLI.hpp>
 
 #include "text.h"
 
@@ -75,12 +78,6 @@ constexpr uint64_t kMaxLength = 65536;   // the two-byte address space
 const OptionDef* FindLong(const std::string& name) {
   for (const auto& o : kOptions)
     if (name == o.name) return &o;
-  return nullptr;
-}
-
-const OptionDef* FindShort(char letter) {
-  for (const auto& o : kOptions)
-    if (o.letter != 0 && letter == o.letter) return &o;
   return nullptr;
 }
 
@@ -190,46 +187,50 @@ bool ParseChannelList(const std::string& text, std::vector<uint32_t>* out) {
 }
 
 std::string ParseCommandLine(const std::vector<std::string>& args, Invocation* out) {
+  // CLI11 splits the line; the values are checked here, in the order given, so that the first
+  // bad one is the one reported and a repeated option's last value wins.
+  CLI::App app;
+  app.set_help_flag();
+  app.allow_extras();   // an unknown option is reported below, in the CLI's own words
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  std::map<const CLI::Option*, std::pair<const OptionDef*, size_t>> defs;   // and values applied
+  for (const auto& o : kOptions) {
+    const std::string names = (o.letter ? std::string("-") + o.letter + "," : "") + "--" + o.name;
+    defs[o.value != nullptr ? app.add_option(names)->type_name(o.value)
+                            : app.add_flag(names)->disable_flag_override()] = {&o, 0};
+  }
+  std::vector<std::string> words;
+  app.add_option("words", words);
+  std::vector<std::string> reversed(args.rbegin(), args.rend());   // CLI11 takes them backwards
+  try {
+    app.parse(reversed);
+  } catch (const CLI::ParseError& e) {
+    // "--board: 1 required N missing", "trace was given a disallowed flag override"
+    const std::string what = e.what();
+    std::string name = what.substr(0, what.find_first_of(": "));
+    if (name.compare(0, 2, "--") == 0) name.erase(0, 2);
+    const OptionDef* def = FindLong(name);
+    if (def == nullptr) return what;
+    return "option '--" + name + "' " +
+           (def->value != nullptr ? std::string("needs a value ") + def->value : "takes no value");
+  }
+  for (const std::string& arg : app.remaining()) {
+    if (arg == "--") continue;   // CLI11 keeps the end of the options among the extras
+    const bool long_name = arg.compare(0, 2, "--") == 0;
+    return "unknown option '" + arg.substr(0, long_name ? arg.find('=') : 2) + "'";
+  }
   Invocation inv;
-  bool options_ended = false;
-  for (size_t i = 0; i < args.size(); ++i) {
-    const std::string& arg = args[i];
-    const OptionDef* def = nullptr;
-    std::string shown;                 // the option as the user wrote it, for messages
-    bool has_inline = false;
-    std::string inline_value;
-    if (!options_ended && arg == "--") {
-      options_ended = true;
-      continue;
-    } else if (!options_ended && arg.size() > 2 && arg.compare(0, 2, "--") == 0) {
-      const auto eq = arg.find('=');
-      shown = arg.substr(0, eq);
-      def = FindLong(arg.substr(2, eq == std::string::npos ? std::string::npos : eq - 2));
-      if (eq != std::string::npos) {
-        has_inline = true;
-        inline_value = arg.substr(eq + 1);
-      }
-    } else if (!options_ended && arg.size() > 1 && arg[0] == '-') {
-      shown = arg.substr(0, 2);
-      def = FindShort(arg[1]);
-      if (arg.size() > 2) {            // "-b3": the value glued to the letter
-        has_inline = true;
-        inline_value = arg.substr(2);
-      }
-    } else {
-      if (inv.command.empty()) inv.command = arg;
-      else inv.args.push_back(arg);
-      continue;
-    }
-    if (def == nullptr) return "unknown option '" + shown + "'";
-    if (def->value == nullptr && has_inline) return "option '" + shown + "' takes no value";
-    std::string value = inline_value;
-    if (def->value != nullptr && !has_inline) {
-      if (i + 1 >= args.size()) return "option '" + shown + "' needs a value " + def->value;
-      value = args[++i];
-    }
-    std::string error = Apply(*def, value, &inv);
+  for (const CLI::Option* option : app.parse_order()) {
+    const auto it = defs.find(option);
+    if (it == defs.end()) continue;   // a command word
+    auto& [def, applied] = it->second;
+    const auto& values = option->results();
+    std::string error = Apply(*def, applied < values.size() ? values[applied++] : "", &inv);
     if (!error.empty()) return error;
+  }
+  if (!words.empty()) {
+    inv.command = words.front();
+    inv.args.assign(words.begin() + 1, words.end());
   }
   *out = std::move(inv);
   return {};

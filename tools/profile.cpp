@@ -11,9 +11,7 @@
 #include <sstream>
 #include <system_error>
 
-#if TVX_CLI11
 #include <CLI/CLI.hpp>
-#endif
 
 #include "capture.h"
 #include "controls.h"
@@ -21,12 +19,6 @@
 #include "text.h"
 
 namespace tvx::cli {
-
-#if TVX_CLI11
-const bool kProfileReader = true;
-#else
-const bool kProfileReader = false;
-#endif
 
 namespace {
 
@@ -131,7 +123,6 @@ std::string Joined(const std::vector<std::string>& parts, const char* separator)
 // One line's key (dotted, as written) and values as CLI11 splits them. False when it makes no
 // key of the line.
 bool ReadLine(const std::string& line, std::string* key, std::vector<std::string>* values) {
-#if TVX_CLI11
   std::istringstream in(line);
   std::vector<CLI::ConfigItem> items;
   try {
@@ -146,10 +137,6 @@ bool ReadLine(const std::string& line, std::string* key, std::vector<std::string
   values->clear();
   for (const std::string& v : items[0].inputs) values->push_back(Trimmed(v));
   return true;
-#else
-  (void)line, (void)key, (void)values;
-  return false;
-#endif
 }
 
 const KeyDef* FindKey(const std::string& section, const std::string& name) {
@@ -268,7 +255,6 @@ std::string Shown(Key id) {
 
 std::string ParseProfile(const std::string& text, const std::string& dir,
                          const std::string& default_samples, Profile* out) {
-  if (!kProfileReader) return "this torvixe was built without CLI11, which reads profiles";
   Given given[size_t(Key::kCount)];
   Profile p;
   std::string section;
@@ -449,11 +435,6 @@ std::string LocksNow(Session& s) {
 
 int RunProfile(Session& s) {
   const std::string path = s.inv().args[0];
-  if (!kProfileReader) {
-    PrintError("run: this torvixe was built without CLI11 (package libcli11-dev), which reads "
-               "profiles");
-    return kExitUsage;
-  }
   Json& document = s.json();
   document["profile"] = path;
   // Filled as the run gets there: a run that stops early leaves the rest null.

@@ -14,9 +14,6 @@
 
 namespace tvx::cli {
 
-// False when the CLI was built without CLI11, which reads the profiles.
-extern const bool kProfileReader;
-
 struct ProfileSimKey {
   std::string key;
   std::string value;

@@ -25,7 +25,6 @@ Profile Parsed(const std::string& text) {
 
 // Sections in another order than the run's, comments, quotes, lists and a bare flag.
 TEST(ParseProfile, EveryKeyLandsWhereItsStepReadsIt) {
-  if (!kProfileReader) GTEST_SKIP() << "built without CLI11";
   const Profile p = Parsed(
       "[capture]\nchannels = 0-2, 5\nbytes = 0x1000\nverify\noutput = out\nrate = max\n"
       "[dmpx]\ncontrol = 1 2 0x3\ntable = d.bin ; the data\n"
@@ -66,7 +65,6 @@ TEST(ParseProfile, EveryKeyLandsWhereItsStepReadsIt) {
 
 // The profile's directory, an absolute path, and the samples directory, moved by its key.
 TEST(ParseProfile, RelativePathsAreTheProfiles) {
-  if (!kProfileReader) GTEST_SKIP() << "built without CLI11";
   const std::string absolute = fs::absolute("abs").string();
   const struct {
     std::string samples_key, value, resolved;
@@ -87,7 +85,6 @@ TEST(ParseProfile, RelativePathsAreTheProfiles) {
 }
 
 TEST(ParseProfile, AMistakeNamesItsLine) {
-  if (!kProfileReader) GTEST_SKIP() << "built without CLI11";
   const std::pair<const char*, const char*> cases[] = {
       {"[signal]\n\nfrob = 1\n", "3: unknown key 'frob' in [signal] (type, code-rate, coding, tables)"},
       {"[tune]\ncarrier = 1e9\n[tuner]\n", "3: unknown section [tuner]"},
