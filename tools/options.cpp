@@ -192,6 +192,8 @@ std::string ParseCommandLine(const std::vector<std::string>& args, Invocation* o
   CLI::App app;
   app.set_help_flag();
   app.allow_extras();   // an unknown option is reported below, in the CLI's own words
+  // "/x" is a path (a profile, a directory) on both systems, never an option.
+  app.allow_windows_style_options(false);
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   std::map<const CLI::Option*, std::pair<const OptionDef*, size_t>> defs;   // and values applied
   for (const auto& o : kOptions) {

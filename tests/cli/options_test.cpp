@@ -33,6 +33,7 @@ TEST(ParseCommandLine, GlobalOptionsGoBeforeOrAfterTheCommand) {
       {{"--board=255", "peek", "1"}, 255, {"1"}},       {{"-b7", "peek", "1"}, 7, {"1"}},
       {{"-b", "1", "-b", "2", "peek", "1"}, 2, {"1"}},  {{"poke", "--", "-b", "5"}, 0, {"-b", "5"}},
       {{"poke", "-", "5"}, 0, {"-", "5"}},              {{"iso", "1", "-2"}, 0, {"1", "-2"}},
+      {{"run", "/t/receive.ini"}, 0, {"/t/receive.ini"}},   // a path on every system
   };
   for (const auto& c : cases) {
     const Invocation inv = Parse(c.args);
