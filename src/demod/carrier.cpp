@@ -129,8 +129,7 @@ double cCarrier::MeasureFrequency(double symbolRate) {
 bool cCarrier::IsLocked(const uint32_t* threshold) {
   uint32_t value = 0;
   Io->ReadPort(Dem(dem::kLockLevels), &value);
-  const int32_t level = int8_t(uint8_t(value >> dem::kCarrierLockShift));
-  return int32_t(uint32_t(level) - *threshold) >= 0;
+  return dem::LockLevelReached(value, dem::kCarrierLockShift, *threshold);
 }
 
 uint32_t cCarrier::ReadNcoFrequency() {

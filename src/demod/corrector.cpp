@@ -28,15 +28,16 @@ void cCorrector::ReadCoefficients(uint16_t* first, uint16_t* second) {
   for (uint32_t i = 0; i < TapCount; ++i) {
     uint32_t value = 0;
     Io->ReadPort(Dem(dem::kEqTapsRead + i), &value);
-    first[i] = uint16_t((value >> 20) & dem::kEqValueMask);
-    second[i] = uint16_t((value >> 4) & dem::kEqValueMask);
+    first[i] = uint16_t((value >> dem::kEqReadFirstShift) & dem::kEqValueMask);
+    second[i] = uint16_t((value >> dem::kEqReadSecondShift) & dem::kEqValueMask);
   }
 }
 
 void cCorrector::LoadCoefficients(const uint16_t* first, const uint16_t* second) {
   for (uint32_t i = 0; i < TapCount; ++i)
     Io->WritePort(Dem(dem::kEqTapsWrite + i),
-                  uint32_t(first[i] & dem::kEqValueMask) << 14 | (second[i] & dem::kEqValueMask));
+                  uint32_t(first[i] & dem::kEqValueMask) << dem::kEqWriteFirstShift |
+                      (second[i] & dem::kEqValueMask));
 }
 
 // The equalizer has 13 tap words; beyond them lie other blocks' registers (DEM word 112 is the

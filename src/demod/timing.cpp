@@ -108,9 +108,7 @@ double cTiming::MeasureSymbolRate() {
 bool cTiming::IsLocked(const uint32_t* threshold) {
   uint32_t value = 0;
   Io->ReadPort(Dem(dem::kLockLevels), &value);
-  const int32_t level = int8_t(uint8_t(value >> dem::kTimingLockShift));
-  // The difference in 32-bit two's complement, as the hardware's own comparison takes it.
-  return int32_t(uint32_t(level) - *threshold) >= 0;
+  return dem::LockLevelReached(value, dem::kTimingLockShift, *threshold);
 }
 
 void cTiming::GetControl(TimingControl* control) const {

@@ -24,6 +24,7 @@ class cAttenuator : public cCommonModule {
 
  private:
   bool TwoPreselectors() const { return convertorType == 1 || convertorType == 2; }
+  uint32_t CodeMask() const;
 
   uint32_t code = 0;
   uint8_t convertorType;

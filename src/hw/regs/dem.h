@@ -93,6 +93,8 @@ constexpr uint32_t kSecondGainMask = 0xFFFF;
 constexpr uint32_t kSecondGainControl1 = 20;
 constexpr uint32_t kSecondGainControl2 = 18;
 constexpr uint32_t kAttenuator = 8;          // read: the attenuator code in the low bits
+constexpr uint32_t kAttenuatorMaskNarrow = 0x1F;   // convertor types 1 and 2
+constexpr uint32_t kAttenuatorMaskWide = 0x7F;     // every other type
 
 // Equalizer: 13 taps, each one word with two 12-bit values, laid out differently for reads and
 // writes.
@@ -101,6 +103,17 @@ constexpr uint32_t kEqControl = 13;
 constexpr uint32_t kEqTapsRead = 16;         // read: first value bits 20-31, second bits 4-15
 constexpr uint32_t kEqTapsWrite = 96;        // write: first value bits 14-25, second bits 0-11
 constexpr uint32_t kEqValueMask = 0xFFF;
+constexpr uint32_t kEqReadFirstShift = 20;
+constexpr uint32_t kEqReadSecondShift = 4;
+constexpr uint32_t kEqWriteFirstShift = 14;
+
+// Lock levels of DEM word 8: a signed 8-bit level per loop, reached when level - threshold is
+// not negative. The difference is taken in 32-bit two's complement, as the hardware's own
+// comparison takes it, so no threshold can overflow it.
+inline bool LockLevelReached(uint32_t levels, uint32_t shift, uint32_t threshold) {
+  const int32_t level = int8_t(uint8_t(levels >> shift));
+  return int32_t(uint32_t(level) - threshold) >= 0;
+}
 
 constexpr uint32_t kPllControl = 22;      // PLL control word
 constexpr uint32_t kCircuitReset = 2045;  // circuit reset word
