@@ -231,7 +231,7 @@ void ShowDriverParameters(Session& s) {
     const char* range;
   } values[] = {
       {kChannelCountValue, in_force.channel_count, ChannelCountAccepted, "0 to 255"},
-      {kBuffersPerChannelValue, in_force.buffers_per_channel, BuffersPerChannelAccepted, "1 to 32"}};
+      {kBuffersPerChannelValue, in_force.buffers_per_channel, BuffersPerChannelAccepted, "2 to 32"}};
   for (const auto& v : values) {
     uint8_t bytes[64];
     uint32_t size = sizeof bytes;

@@ -10,6 +10,7 @@
 
 #include "devices.h"
 #include "keys.h"
+#include "platform/os.h"
 #include "stream/dma_master.h"
 #include "trace.h"
 
@@ -39,6 +40,7 @@ struct BoardModel::State {
     for (size_t f = 0; f < kFaultCount; ++f) keys.AddNumber(kFaultKeys[f], &faults[f], 0, 0, kMaxU32);
     keys.AddNumber("dma.buffer_size", &buffer_size, kDefaultBufferSize, 128, kMaxBufferSize, 128);
     keys.AddNumber("trace.max", &trace_max, kDefaultTraceMax, 0, kMaxTraceMax);
+    keys.AddChoice("clock", &clock, 0, {"system", "manual"});
 
     devices = MakeDevices(i);
     for (auto& device : devices)
@@ -109,6 +111,9 @@ struct BoardModel::State {
   uint32_t faults[kFaultCount] = {};
   uint32_t buffer_size = kDefaultBufferSize;
   uint32_t trace_max = kDefaultTraceMax;
+  uint32_t clock = 0;           // 0 system, 1 manual
+  uint64_t manual_us = 0;       // the manual clock's time
+  std::function<uint64_t()> time_source;
   KeySet keys;
 
   std::vector<uint32_t> storage;            // plain storage, one entry per BAR word
@@ -160,6 +165,12 @@ int BoardModel::Set(const std::string& key, const std::string& value) {
     case KeyResult::kUnknownKey:
       break;
   }
+  if (key == "clock.advance_us") {
+    uint32_t us;
+    if (!ParseU32(value, &us)) return kBadValue;
+    s.manual_us += us;
+    return 0;
+  }
   if (key.compare(0, 4, "reg.") == 0) {
     uint32_t word;
     if (!s.RegisterKey(key, &word)) return kUnknownKey;
@@ -197,6 +208,10 @@ bool BoardModel::Get(const std::string& key, std::string* value) const {
     *value = FormatDecimal(s.trace.count());
     return true;
   }
+  if (key == "clock.us") {
+    *value = FormatDecimal(NowUs());
+    return true;
+  }
   for (auto& device : s.devices)
     if (device->Get(key, value)) return true;
   return false;
@@ -205,6 +220,7 @@ bool BoardModel::Get(const std::string& key, std::string* value) const {
 void BoardModel::KeyNames(std::vector<std::string>* out) const {
   state_->keys.Names(out);
   out->push_back("reg.0xADDR");
+  out->push_back("clock.advance_us");
   for (auto& device : state_->devices) device->KeyNames(out);
 }
 
@@ -230,6 +246,18 @@ uint64_t BoardModel::TraceCount() const { return state_->trace.count(); }
 
 size_t BoardModel::CopyTrace(zsim_access* out, size_t max) const {
   return state_->trace.Copy(out, max);
+}
+
+uint64_t BoardModel::NowUs() const {
+  const State& s = *state_;
+  if (s.time_source) return s.time_source();
+  if (s.clock == 1) return s.manual_us;
+  const int64_t counter = tvx::os::PerformanceCounter(), frequency = tvx::os::PerformanceFrequency();
+  return uint64_t(counter / frequency * 1000000 + counter % frequency * 1000000 / frequency);
+}
+
+void BoardModel::SetTimeSource(std::function<uint64_t()> source) {
+  state_->time_source = std::move(source);
 }
 
 unsigned BoardModel::index() const { return state_->index; }

@@ -14,6 +14,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,14 @@ class BoardModel {
 
   unsigned index() const;
   uint32_t bar_size() const;
+
+  // The board's time in microseconds, which the blocks with settle times read (a synthesizer's
+  // lock, the ADC's reset). By default the system's monotonic clock; with the key clock =
+  // manual it moves only by clock.advance_us, for a program that runs the library's waits on a
+  // virtual clock against the trapped board. A process that drives the model directly on a
+  // virtual clock of its own installs that clock here (null: back to the keys).
+  uint64_t NowUs() const;
+  void SetTimeSource(std::function<uint64_t()> source);
 
   // Settings the virtual board's core acts on.
   enum class Fault { kOpen, kMemoryMap, kMemoryUnmap, kBarMap, kBarUnmap, kPort, kInterruptInfo };

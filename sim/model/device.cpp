@@ -33,6 +33,8 @@ bool DeviceModel::SetBoardKey(const std::string& key, const std::string& value) 
   return board_ != nullptr && board_->Set(key, value) == 0;
 }
 
+uint64_t DeviceModel::NowUs() const { return board_ != nullptr ? board_->NowUs() : 0; }
+
 void DeviceModel::OnRead(uint32_t address, ReadFn fn, uint32_t bits) {
   registers_[address].read = std::move(fn);
   registers_[address].read_bits = bits;

@@ -74,6 +74,8 @@ class DeviceModel {
   // Sets a key another block owns, as zsim_set would (a setting that spans blocks, such as
   // the convertor type). False when the board refuses it or before the block joins a board.
   bool SetBoardKey(const std::string& key, const std::string& value);
+  // The board's time in microseconds (BoardModel::NowUs); 0 before the block joins a board.
+  uint64_t NowUs() const;
 
  private:
   friend class BoardModel;   // introduces itself to each block it builds

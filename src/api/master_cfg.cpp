@@ -5,7 +5,7 @@
 namespace tvx {
 
 // A value that is missing, not exactly four bytes long, or outside what the data path can
-// serve (channels 0 to 255, 1 to 32 buffers per channel) is treated as unreadable: the default
+// serve (channels 0 to 255, 2 to 32 buffers per channel) is treated as unreadable: the default
 // stands. Nothing is reported.
 cMasterCfg::cMasterCfg(const char* service_name) {
   DriverParameters p = ReadDriverParameters(service_name);

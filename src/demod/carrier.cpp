@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <exception>
+#include <limits>
 
 #include "hw/regs.h"
 #include "hw/regs/dem.h"
@@ -64,14 +65,13 @@ int32_t cCarrier::LoadPreselectors(double frequency) {
   return preselectors.LoadPreselectors(Convertor, frequency);
 }
 
-// Values that name no carrier take the paths their comparisons give, and no conversion is ever
-// made from them: +inf is above the range and refused; NaN compares false everywhere and goes
-// the L-band way, where the synthesizer refuses its LO (NaN) with its own code and text; -inf
-// takes the direct path, which succeeds, but it has no NCO word: the register keeps the word
-// it had and the module's text says why.
+// Values that name no carrier are refused before anything changes, with no conversion made
+// from them: +inf is above the range, and -inf, which no NCO word stands for, is refused the
+// same way; NaN compares false everywhere and goes the L-band way, where the synthesizer
+// refuses its LO (NaN) with its own code and text.
 int32_t cCarrier::SetFrequency(const double* frequency, bool loadNco) {
   const double f = *frequency;
-  if (f > Convertor->GetHighFrequency()) {
+  if (f > Convertor->GetHighFrequency() || f == -std::numeric_limits<double>::infinity()) {
     Format(Text, "Недопустимая частота: %5.3lf", f);
     return -1;
   }
@@ -82,11 +82,8 @@ int32_t cCarrier::SetFrequency(const double* frequency, bool loadNco) {
     SetBandSelect(&band);
   }
   uint32_t nco = 0;
-  bool has_word = true;
   if (f < kDirectLimit) {
-    has_word = std::isfinite(f);
-    if (has_word) nco = NcoWord(f, SampleClock);
-    else Format(Text, "Недопустимая частота: %5.3lf, слово NCO не записано", f);
+    nco = NcoWord(f, SampleClock);
     SetDirectInput(type, 1);
   } else {
     SetDirectInput(type, 0);
@@ -112,7 +109,7 @@ int32_t cCarrier::SetFrequency(const double* frequency, bool loadNco) {
       SynthFrequency = lo;
     }
   }
-  if (loadNco && has_word) WriteNcoWord(&nco);
+  if (loadNco) WriteNcoWord(&nco);
   return 0;
 }
 

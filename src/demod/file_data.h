@@ -92,7 +92,10 @@ class cFileData {
   // held another number beyond the capacity.
   uint32_t ReadValues(T* destination, const char* format, uint32_t capacity) {
     more_values_ = false;
-    if (!IsOpen || destination == nullptr || format == nullptr || !Rewind()) return 0;
+    // No room at all (a buffer of no elements may have no address) still reads the file, so
+    // that a file with values in it is told apart from an empty one.
+    if (!IsOpen || (destination == nullptr && capacity != 0) || format == nullptr || !Rewind())
+      return 0;
     uint32_t count = 0;
     T value{};
     while (std::fscanf(file_, format, &value) == 1) {

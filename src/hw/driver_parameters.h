@@ -12,8 +12,10 @@ namespace tvx {
 constexpr uint32_t kDefaultChannelCount = 17;
 constexpr uint32_t kDefaultBuffersPerChannel = 4;
 // Channel numbers are 8-bit; the buffer number within a channel has five bits in the
-// descriptor-select word of the DMA engine. Values outside these ranges are refused and the
-// default is used instead, as for a value that cannot be read.
+// descriptor-select word of the DMA engine. A ring of one buffer cannot be read (the reader
+// would be on the buffer the engine fills: every read an overrun), so two is the least. Values
+// outside these ranges are refused and the default is used instead, as for a value that
+// cannot be read.
 constexpr uint32_t kMaxChannelCount = 255;
 constexpr uint32_t kMaxBuffersPerChannel = 32;
 
@@ -21,7 +23,10 @@ constexpr const char* kChannelCountValue = "CHCount";
 constexpr const char* kBuffersPerChannelValue = "BuffersPerCH";
 constexpr const char* kDriverService = "zarim";
 inline bool ChannelCountAccepted(uint32_t v) { return v <= kMaxChannelCount; }
-inline bool BuffersPerChannelAccepted(uint32_t v) { return v >= 1 && v <= kMaxBuffersPerChannel; }
+constexpr uint32_t kMinBuffersPerChannel = 2;
+inline bool BuffersPerChannelAccepted(uint32_t v) {
+  return v >= kMinBuffersPerChannel && v <= kMaxBuffersPerChannel;
+}
 
 struct DriverParameters {
   uint32_t buffers_per_channel = kDefaultBuffersPerChannel;

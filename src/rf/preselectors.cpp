@@ -65,11 +65,13 @@ int32_t cPreselectors::LoadPreselectors(cConvertor* convertor, double frequency)
                first_ok ? 2 : 1, first_ok ? v2 : v1, frequency);
     return kNoDacCode;
   }
-  // A DAC that did not take a word fails the tuning with the DAC's code and text: the
-  // preselectors then stand where they were, and a tuning reported as done would hide that.
-  // The carrier remembers a synthesizer frequency only after a load that succeeded, so the
-  // next request for the same frequency retries the whole load.
-  return LoadPreselectorDac(code1, code2);
+  // A DAC that did not take a word fails the tuning with the DAC's text: the preselectors then
+  // stand where they were, and a tuning reported as done would hide that. The code is the
+  // preselector load's own 3 rather than the DAC's -1 or -2, which a caller of the carrier
+  // could not tell from a refused frequency or a missing module. The carrier remembers a
+  // synthesizer frequency only after a load that succeeded, so the next request for the same
+  // frequency retries the whole load.
+  return LoadPreselectorDac(code1, code2) == 0 ? 0 : kDacNotTaken;
 }
 
 // The time-out is printed in whole milliseconds: 30, where seconds would print 0.

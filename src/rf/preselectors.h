@@ -22,7 +22,8 @@ class cPreselectors {
 
   // 0 loaded; 3, 4 or 5 for a preselector whose maximum and minimum voltages are equal (two
   // preselectors: the first, the second; one preselector), before any DAC write;
-  // kNoDacCode when a voltage gives no 32-bit code; otherwise LoadPreselectorDac's code.
+  // kNoDacCode when a voltage gives no 32-bit code; kDacNotTaken when the DAC did not take a
+  // word (LoadPreselectorDac's text stays).
   int32_t LoadPreselectors(cConvertor* convertor, double frequency);
   // 0; kDacFirstNotReady (the second word is then not written) or kDacSecondNotReady.
   virtual int32_t LoadPreselectorDac(uint32_t code1, uint32_t code2);
@@ -34,6 +35,7 @@ class cPreselectors {
   static constexpr int32_t kZeroRangeSecond = 4;
   static constexpr int32_t kZeroRangeSingle = 5;
   static constexpr int32_t kNoDacCode = 6;
+  static constexpr int32_t kDacNotTaken = 3;
   static constexpr int32_t kDacFirstNotReady = -1;    // 0xFFFFFFFF
   static constexpr int32_t kDacSecondNotReady = -2;   // 0xFFFFFFFE
   static constexpr int64_t kDacTimeoutMs = 30;

@@ -11,11 +11,9 @@ int32_t cChannelControl::SetControl(const uint32_t* word) {
     CopyText(Text, sizeof Text, kDataPointerNotSet);
     return -1;
   }
-  if (const int32_t code = Io->WritePort(Dem(ControlWord), *word); code != 0) {
-    CopyText(Text, sizeof Text, Io->GetErrorText());
-    return code;
-  }
-  return 0;
+  // A failed write leaves the module's text as it was: the hardware-access object keeps the
+  // detail of the failure.
+  return Io->WritePort(Dem(ControlWord), *word);
 }
 
 uint8_t cCountingChannel::GetCounter() {

@@ -1,6 +1,7 @@
 // The RF front end as the library drives it: synthesizer words decoded back into frequencies,
 // ready and lock lines with their faults, the preselector DAC, the ADC's serial port bit by bit.
 // (That a convertor type sets presence and version together, the library's bring-up test shows.)
+#include <array>
 #include <memory>
 #include <string>
 #include <vector>
@@ -17,9 +18,10 @@ constexpr uint32_t kReady = 1u << 31, kLock = 1u << 24;
 
 class RfModels : public PortTest {
  protected:
-  // One word to a synthesizer, and the ready check that follows it.
+  // One word to a synthesizer, and the ready check the library makes 1 ms later.
   bool Send(uint32_t address, uint32_t word) {
     Write(address, word);
+    Advance(1000);
     return (Read(address) & kReady) != 0;
   }
 
@@ -43,7 +45,6 @@ class RfModels : public PortTest {
     for (int i = 23; i >= 0; --i) Write(kAdcData, ((address << 8 | value) >> i) & 1);
     Write(kAdcControl, 0);
   }
-
 };
 
 // Each integer-N load decoded back into its frequency and N: the sampling synthesizer with A 0
@@ -55,54 +56,88 @@ TEST_F(RfModels, IntegerSynthesizersDecodeTheLoadBackIntoItsFrequency) {
       {kSynthS, {0x20000D, 0x93120, 0x400E16}, "synth.s.", "195000000.00 N 117"},   // B 14, A 5
       {kSynthL, {0x4, 0x90012, 0x1019}, "synth.l.", "1340000000.00 N 134"}};
   for (const auto& c : cases) {
-    zsim_reset();
+    Reset();
     for (uint32_t word : c.words) EXPECT_TRUE(Send(c.address, word)) << c.seen;
+    Advance(4000);
     EXPECT_EQ(Read(c.address), kReady | kLock | c.words.back()) << c.seen;
     EXPECT_EQ(Get(0, (c.key + "frequency").c_str()) + " N " + Get(0, (c.key + "n").c_str()), c.seen);
   }
   EXPECT_EQ(Get(0, "synth.l.kind"), "integer");
 }
 
-TEST_F(RfModels, FractionalLSynthesizerTakesAddressedRegistersInRegisterMode) {
-  ASSERT_EQ(zsim_set(0, "lconv.type", "5"), 0);
-  Write(kControlWord, 4);
-  EXPECT_EQ(Read(kControlWord), 5u) << "the presence bit stays beside the register mode";
+// The fractional-N chip locks only after its whole set-up, in register mode, word for word for
+// its mode, and a retune in order: any one word of the eighteen changed, the set-up of the
+// other chip, no register mode, or a retune out of order leaves it unlocked.
+TEST_F(RfModels, FractionalLSynthesizerLocksOnlyAfterItsExactSetUpAndRetune) {
+  struct Case {
+    const char* what;
+    uint32_t type, mode;
+    int skew_step;   // -1: none
+    bool register_mode, retune_in_order, locks;
+  };
+  std::vector<Case> cases = {{"type 5, mode 1", 5, 1, -1, true, true, true},
+                             {"type 4, mode 0", 4, 0, -1, true, true, true},
+                             {"type 5 with mode 0's words", 5, 0, -1, true, true, false},
+                             {"type 4 with mode 1's words", 4, 1, -1, true, true, false},
+                             {"no register mode", 5, 1, -1, false, true, false},
+                             {"integer part before the calibration", 5, 1, -1, true, false, false}};
+  for (int step = 0; step < 18; ++step) cases.push_back({"one set-up word off", 5, 1, step, true, true, false});
+  for (const Case& c : cases) {
+    Reset();
+    ASSERT_EQ(zsim_set(0, "lconv.type", std::to_string(c.type).c_str()), 0);
+    LoadFractional(c.mode, {0x6110, 246, 0x400000}, {c.skew_step, 1});
+    if (!c.register_mode) {
+      Write(kControlWord, 0);
+      LoadFractional(c.mode, {0x6110, 246, 0x400000});
+      Write(kControlWord, 0);   // LoadFractional selects it: take it away again and repeat
+      for (uint32_t word : {0x05006110u, 0x05002818u, 0x050060A0u, 0x05001628u, 0x05000000u,
+                            3u << 24 | 246, 4u << 24 | 0x400000})
+        Write(kSynthL, word);
+    }
+    if (!c.retune_in_order)
+      for (uint32_t word : {3u << 24 | 246, 0x05006110u, 0x05002818u, 0x050060A0u, 0x05001628u,
+                            4u << 24 | 0x400000, 0x05000000u})
+        Write(kSynthL, word);
+    Advance(5000);
+    EXPECT_EQ((Read(kSynthL) & kLock) != 0, c.locks) << c.what << " " << c.skew_step;
+  }
   // Output divided by 2: 246.25 x 10 MHz / 2.
-  for (uint32_t word : {0x05006110u, 0x05002818u, 0x050060A0u, 0x05001628u, 0x05000000u,
-                        3u << 24 | 246, 4u << 24 | 0x400000})
-    EXPECT_TRUE(Send(kSynthL, word));
-  EXPECT_NE(Read(kSynthL) & kLock, 0u);
-  EXPECT_EQ(Get(0, "synth.l.frequency") + Get(0, "synth.l.kind") + Get(0, "synth.l.register_mode") +
-                Get(0, "synth.l.reg.3"),
-            "1231250000.00fractional10x000000F6");
+  EXPECT_EQ(Read(kControlWord), 5u) << "the presence bit stays beside the register mode";
+  EXPECT_EQ(Get(0, "synth.l.frequency") + Get(0, "synth.l.kind") + Get(0, "synth.l.reg.3"),
+            "1231250000.00fractional0x000000F6");
 }
 
-// Reads after the counter word: ready bit, then lock bit, per read. A counter word with A above
-// B (which the prescaler cannot count), or without a reference word since power-on, never locks.
-TEST_F(RfModels, ReadyAndLockLinesFollowTheirCountsFaultsAndProgram) {
+// Ready and lock bits read at 0.2, 1, 3 and 5 ms after the counter word: ready rises after
+// 0.5 ms, lock after 3 ms, each later by its count of reads. A counter word with A above B
+// (which the prescaler cannot count), no reference word since power-on, or a function word
+// other than the chip's never locks.
+TEST_F(RfModels, ReadyAndLockLinesFollowTimeCountsFaultsAndProgram) {
   const struct {
     const char* fault, *ready_after, *lock_after;
-    uint32_t reference, counter;
+    uint32_t reference, function, counter;
     const char* seen;
   } cases[] = {
-      {"none", "0", "1", 0x20000D, 0x400E02, "R- RL RL RL"},
-      {"none", "2", "3", 0x20000D, 0x400E02, "-- -- R- RL"},
-      {"never_ready", "0", "0", 0x20000D, 0x400E02, "-L -L -L -L"},
-      {"never_lock", "0", "0", 0x20000D, 0x400E02, "R- R- R- R-"},
-      {"lose_lock", "0", "1", 0x20000D, 0x400E02, "R- RL R- R-"},
-      {"none", "0", "1", 0x20000D, 0x400016, "R- R- R- R-"},
-      {"none", "0", "1", 0, 0x400E02, "R- R- R- R-"},
+      {"none", "0", "0", 0x20000D, 0x93120, 0x400E02, "-- R- RL RL"},
+      {"none", "2", "3", 0x20000D, 0x93120, 0x400E02, "-- -- R- RL"},
+      {"never_ready", "0", "0", 0x20000D, 0x93120, 0x400E02, "-- -- -L -L"},
+      {"never_lock", "0", "0", 0x20000D, 0x93120, 0x400E02, "-- R- R- R-"},
+      {"lose_lock", "0", "0", 0x20000D, 0x93120, 0x400E02, "-- R- RL R-"},
+      {"none", "0", "0", 0x20000D, 0x93120, 0x400016, "-- R- R- R-"},
+      {"none", "0", "0", 0, 0x93120, 0x400E02, "-- R- R- R-"},
+      {"none", "0", "0", 0x20000D, 0x931A0, 0x400E02, "-- R- R- R-"},
   };
   for (const auto& c : cases) {
-    zsim_reset();
+    Reset();
     ASSERT_EQ(zsim_set(0, "synth.s.fault", c.fault) | zsim_set(0, "synth.s.ready_after", c.ready_after) |
                   zsim_set(0, "synth.s.lock_after", c.lock_after), 0);
     if (c.reference) Write(kSynthS, c.reference);
+    Write(kSynthS, c.function);
     Write(kSynthS, c.counter);
     std::string seen;
-    for (int i = 0; i < 4; ++i) {
+    for (uint32_t step : {200, 800, 2000, 2000}) {
+      Advance(step);
       const uint32_t v = Read(kSynthS);
-      seen += std::string(i ? " " : "") + (v & kReady ? "R" : "-") + (v & kLock ? "L" : "-");
+      seen += std::string(seen.empty() ? "" : " ") + (v & kReady ? "R" : "-") + (v & kLock ? "L" : "-");
     }
     EXPECT_EQ(seen, c.seen) << c.fault << " " << c.ready_after << " " << c.lock_after << " " << c.counter;
   }
@@ -124,12 +159,20 @@ TEST_F(RfModels, AdcAnswersBitSeriallyOnBothChannelsInSharedWords) {
     EXPECT_EQ(AdcRead(0x01, status) << 8 | AdcRead(0x02, status), 0x0C08u) << status;
   AdcWrite(0x14, 1);
   EXPECT_EQ(Get(0, "adc.output_mode"), "0x00") << "not in force before the update";
+  Advance(4900);
   AdcWrite(0xFF, 1);
-  EXPECT_EQ(Get(0, "adc.output_mode") + " " + Get(0, "adc.updates"), "0x01 1");
+  EXPECT_EQ(Get(0, "adc.output_mode"), "0x00") << "an update before the mode settled";
+  Advance(100);
+  AdcWrite(0xFF, 1);
+  EXPECT_EQ(Get(0, "adc.output_mode") + " " + Get(0, "adc.updates"), "0x01 2");
   EXPECT_EQ(AdcRead(0xFF), 0u) << "the update clears itself";
   Write(kAdcControl, 4);
   Write(kAdcControl, 0);
   EXPECT_EQ(Get(0, "adc.output_mode"), "0x00") << "a reset request restores power-on";
+  Advance(4900);
+  EXPECT_EQ(AdcRead(0x01), 0u) << "nothing answers before the reset settled";
+  Advance(100);
+  EXPECT_EQ(AdcRead(0x01), 0x0Cu);
   ASSERT_EQ(zsim_set(0, "adc.fault", "absent"), 0);
   EXPECT_EQ(AdcRead(0x01), 0u);
   // The status and counter words the ADC shares keep their other bits.

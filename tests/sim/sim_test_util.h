@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -93,8 +94,18 @@ struct OpenBoard {
 // calls, as the models' tests drive them.
 class PortTest : public SimTest {
  protected:
-  void SetUp() override { SimTest::SetUp(), board_ = std::make_unique<OpenBoard>(0, false, false); }
+  void SetUp() override {
+    SimTest::SetUp(), board_ = std::make_unique<OpenBoard>(0, false, false);
+    Reset();
+  }
   void TearDown() override { board_.reset(), SimTest::TearDown(); }
+  // A board at its defaults on a clock that moves only when Advance says, so that settle
+  // times are exact.
+  void Reset() {
+    zsim_reset();
+    ASSERT_EQ(zsim_set(0, "clock", "manual"), 0);
+  }
+  void Advance(uint32_t us) { zsim_set(0, "clock.advance_us", std::to_string(us).c_str()); }
   uint32_t Read(uint32_t address) {
     PortRequest request{address, 0};
     EXPECT_EQ(ZARIM_Read(board_->handle, &request), 0);
@@ -104,6 +115,24 @@ class PortTest : public SimTest {
     PortRequest request{address, value};
     EXPECT_EQ(ZARIM_Write(board_->handle, &request), 0);
   }
+  // What the library writes to set the fractional-N L synthesizer up and tune it: register
+  // mode, the set-up of its mode (0 for the type-4 chip, 1 for the others), then one retune
+  // {divider word, integer part, fraction}. `skew` (step, xor) spoils one word of the set-up.
+  void LoadFractional(uint32_t mode, std::array<uint32_t, 3> tune, std::pair<int, uint32_t> skew = {-1, 0}) {
+    static const uint32_t kSetup[18][3] = {
+        {2, 1, 2},           {6, 0x2003CA, 0x200B4A}, {9, 0x3FFF, 0x5FFFFF}, {5, 0xF88, 0xF88},
+        {5, 0x6110, 0x6110}, {5, 0x2818, 0x2818},     {5, 0x60A0, 0x60A0},   {5, 0x1628, 0x1628},
+        {5, 0, 0},           {3, 100, 100},           {4, 0, 0},             {1, 2, 2},
+        {7, 333, 333},       {8, 0xC1BEFF, 0xC1BEFF}, {10, 0x2046, 0x2046},  {11, 0x78061, 0x78061},
+        {12, 0, 0},          {15, 0x81, 0x81}};
+    Write(kRfControl, 4);
+    for (int i = 0; i < 18; ++i)
+      Write(kLSynthesizer, kSetup[i][0] << 24 | (kSetup[i][1 + mode] ^ (i == skew.first ? skew.second : 0)));
+    for (uint32_t word : {5u << 24 | tune[0], 5u << 24 | 0x2818, 5u << 24 | 0x60A0, 5u << 24 | 0x1628,
+                          5u << 24, 3u << 24 | tune[1], 4u << 24 | tune[2]})
+      Write(kLSynthesizer, word);
+  }
+  static constexpr uint32_t kRfControl = 0x4000, kLSynthesizer = 0x4008;
   std::unique_ptr<OpenBoard> board_;
 };
 

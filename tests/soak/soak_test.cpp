@@ -17,12 +17,15 @@
 
 namespace {
 
-// Every reading advances 10 µs; sleeps pass at once.
+// Every reading advances 10 µs; sleeps pass at once, on the board's clock too.
 class VirtualClock : public tvx::ClockSource {
  public:
   int64_t Counter() override { return now += 10; }
   int64_t Frequency() override { return 1000000; }
-  void SleepMs(uint32_t ms) override { now += int64_t(ms) * 1000; }
+  void SleepMs(uint32_t ms) override {
+    now += int64_t(ms) * 1000;
+    zsim_set(0, "clock.advance_us", std::to_string(ms * 1000).c_str());
+  }
   int64_t now = 0;
 };
 
@@ -42,6 +45,7 @@ TEST(Soak, AThousandBringUpsAndReleasesLeaveNothingBehind) {
   VirtualClock clock;
   tvx::ClockSource* previous = tvx::InstallClock(&clock);
   zsim_reset();
+  ASSERT_EQ(zsim_set(0, "clock", "manual"), 0);
   DeviceId board{0};
   // The first bring-up loads what stays for the life of the process; count from after it.
   ASSERT_EQ(CreateDeviceInstance(&board), 0) << GetErrorMessage();

@@ -32,6 +32,9 @@ TEST_F(AdcTest, RegisterReadsAndWrites) {
   }
   const uint16_t mode = 0x14, update = 0xFF, one = 1, three = 3;
   EXPECT_EQ(adc()->WriteRegister(&mode, &three) + adc()->WriteRegister(&update, &one), 0);
+  EXPECT_EQ(Get("adc.output_mode"), "0x00") << "an update before the mode settled";
+  clock.now += 10000;
+  EXPECT_EQ(adc()->WriteRegister(&update, &one), 0);
   EXPECT_EQ(Get("adc.output_mode"), "0x03");
 }
 

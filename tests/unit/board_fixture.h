@@ -69,6 +69,7 @@ class BoardTest : public ::testing::Test {
     self = this;
     previous_ = InstallIoFactory(&BoardTest::MakeIo);
     previous_clock_ = InstallClock(&clock);
+    model.SetTimeSource([this] { return uint64_t(clock.now); });   // the model's settle times too
     LastErrorText[0] = '\0';
   }
   void TearDown() override {

@@ -237,14 +237,15 @@ TEST_F(DemodTest, CarrierFailures) {
   EXPECT_EQ(carrier->synth_frequency(), 1.34e9);
   Set("dac.fault", "never_ready");
   const double multi = 1.5e9;
-  EXPECT_EQ(SetCarrierMulti(&id, &multi), -1);
+  EXPECT_EQ(SetCarrierMulti(&id, &multi), 3);
   EXPECT_EQ(std::string(GetErrorMessage()).rfind("SetCarrierMulti [0]: DAC isn't ready", 0), 0u);
   EXPECT_EQ(carrier->synth_frequency(), 1.34e9);
-  // NaN reaches the synthesizer, which refuses it; -inf is a direct carrier without a word.
+  // NaN reaches the synthesizer, which refuses it; -inf is out of range like +inf.
   EXPECT_EQ(Tune(kNan), 1);
   model.ClearTrace();
-  EXPECT_EQ(Tune(-kInf), 0);
-  EXPECT_TRUE(Written(kNco).empty());
+  EXPECT_EQ(Tune(-kInf), -1);
+  EXPECT_EQ(std::string(GetErrorMessage()), "SetCarrier [0]: Недопустимая частота:  -inf");
+  EXPECT_TRUE(model.Trace().empty());
 }
 
 // An exception inside the preselector load is the carrier's code 3 with the LO in the text.
@@ -298,10 +299,15 @@ TEST_F(DemodTest, FilterLoadsHalfTheFileOfTheDecimation) {
 }
 
 TEST_F(DemodTest, FilterRefusals) {
+  const std::string sep(1, os::kPathSeparator);
+  // Before any accepted rate the decimation is 0: room for no value at all.
+  const std::string early = Coefficients("n20d_0.dat", {0.01});
+  EXPECT_EQ(Filter(3, early), -2);
+  EXPECT_EQ(std::string(GetErrorMessage()).rfind("FilterLoad [0]: Файл коэффициентов фильтра " + early + sep +
+                                                 "n20d_0.dat содержит больше 0 значений", 0), 0u);
   ASSERT_EQ(Rate(30e6), 0);   // D 4: room for 256 values
   const std::string dir = Coefficients("n20d_4.dat", std::vector<double>(257, 0.01));
   model.ClearTrace();
-  const std::string sep(1, os::kPathSeparator);
   const struct { uint8_t shape; std::string dir, text; } rows[] = {
       {3, dir, "Файл коэффициентов фильтра " + dir + sep + "n20d_4.dat содержит больше 256 значений"},
       {2, dir, "Ошибка открытия файла коэффициентов фильтра " + dir + sep + "n15d_4.dat"},

@@ -18,9 +18,20 @@
 // starts it over. A locked loop reads back the signal's own carrier and rate, so the library's
 // measurements come out as the signal's.
 //
-// The first decimation D has no register of its own: the model learns D·M from the ratio of
-// the rate NCO word to the normalised rate, w / 2^26 · 2^17 / field, which is D·M whatever
-// the rate.
+// The loops count in what the library programs and nothing else. M, the second decimation,
+// comes from DEM word 14 (M - 1 in bits 0-11 and log2 M in bits 16-19, which must agree). The
+// first decimation D has no register: the FPGA's first stage runs at its full 32 whenever the
+// second one decimates, and otherwise at the power of two the oversampling code implies,
+// 128 fs / (g Rs) with Rs/fs from the loop word's rate field. From D and M the rate NCO word
+// gives the nominal rate, w fs / (2^26 D M); the timing loop locks only when that rate lies
+// within the capture range of the signal's and the loop word's rate field and the oversampling
+// code agree with it, so a word off by a factor of D or M, or a stale one, keeps it unlocked.
+//
+// A locked carrier loop leaves its NCO where the library tuned it (DEM word 11 reads the word
+// of DEM word 2 back) and holds what remains of the carrier's offset in its frequency error
+// (DEM word 15, signed, in 2^-32 of the nominal symbol rate), which the library's measurement
+// of an L-band carrier adds to the tuned one; its measurement of a direct carrier reads the NCO
+// only, and so gives the tuned carrier.
 #include <cmath>
 #include <cstdint>
 #include <optional>
@@ -40,6 +51,9 @@ constexpr uint32_t kLevelBits = 0xFFFF0000;   // bits 15-8 are the ADC's counter
 constexpr uint32_t kLockedLevel = 64, kUnlockedLevel = 0x80;   // +64 and -128
 constexpr uint32_t kSimOn = 1u << 28;
 constexpr uint32_t kSimCarrierBits = 0x0FFFFFFF;
+constexpr uint32_t kSecondDecimationBits = 0xFFF, kLog2MShift = 16, kLog2MBits = 0xF;
+constexpr uint32_t kFullFirstDecimation = 32, kOversamplingMax = 255;
+constexpr double kOversamplingScale = 128.0;
 
 enum Fault : uint32_t { kNone, kNeverLock, kLoseLock };
 
@@ -93,7 +107,7 @@ class Demodulator : public DeviceModel {
     Tuning(Dem(14), &control_);
     Tuning(Dem(40), &direct_);
     OnWrite(Periph(2), [this](uint32_t) { Retune(); });   // a word to the LO synthesizer
-    OnWrite(Dem(6), [this](uint32_t value) { oversampling_ = value; });
+    Tuning(Dem(6), &oversampling_);
     OnWrite(Dem(28), [this](uint32_t value) { mode_ = value; });
     OnWrite(Dem(34), [this](uint32_t value) { band_ = value; });
 
@@ -104,7 +118,7 @@ class Demodulator : public DeviceModel {
              (TimingLocked() ? kLockedLevel : kUnlockedLevel) << 16;
     }, kLevelBits);
     OnRead(Dem(11), [this](uint32_t, bool) { return CarrierNco(); });
-    OnRead(Dem(15), [](uint32_t, bool) { return 0u; });   // pulled in: no error left
+    OnRead(Dem(15), [this](uint32_t, bool) { return FrequencyError(); });
   }
 
   // A new signal is a retune as far as the loops are concerned.
@@ -129,7 +143,7 @@ class Demodulator : public DeviceModel {
     else if (field == "timing.locked") *value = TimingLocked() ? "1" : "0";
     else if (field == "rate") *value = NominalRate(fs, &hz) ? FormatHz(hz) : "none";
     else if (field == "decimation") *value = FirstDecimation(&d) ? FormatDecimal(d) : "none";
-    else if (field == "m") *value = FormatDecimal(M());
+    else if (field == "m") *value = M(&d) ? FormatDecimal(d) : "none";
     else if (field == "loop_code") *value = Decimal(loop_, 0, 0xFF);
     else if (field == "timing_bits") *value = Decimal(loop_, 8, 0xFF);
     else if (field == "oversampling") *value = Decimal(oversampling_);
@@ -210,30 +224,55 @@ class Demodulator : public DeviceModel {
   }
 
   double NcoHz(double fs) const { return nco_.value_or(0) / kTwoTo32 * fs; }
-  uint32_t M() const { return (control_.value_or(0) & 0xFFF) + 1; }
 
-  // D·M, from the rate NCO word and the normalised rate, to the nearest power of two.
-  bool Product(uint32_t* dm) const {
-    const uint32_t field = loop_.value_or(0) >> 16;
-    if (!rate_word_ || *rate_word_ == 0 || field == 0) return false;
-    const double ratio = *rate_word_ / kTwoTo26 * kRateFieldScale / field;
-    const long power = std::lround(std::log2(ratio));
-    *dm = 1u << (power < 0 ? 0 : power > 24 ? 24 : power);
+  // M from DEM word 14, when its two fields agree on a power of two.
+  bool M(uint32_t* m) const {
+    if (!control_) return false;
+    const uint32_t v = (*control_ & kSecondDecimationBits) + 1;
+    if ((v & (v - 1)) != 0 || (*control_ >> kLog2MShift & kLog2MBits) != Log2(v)) return false;
+    *m = v;
     return true;
   }
+  static uint32_t Log2(uint32_t power) {
+    uint32_t n = 0;
+    while (power >>= 1) ++n;
+    return n;
+  }
+
+  // The loop word's rate field, Rs/fs in units of 2^-17.
+  uint32_t RateField() const { return loop_.value_or(0) >> 16; }
 
   bool FirstDecimation(uint32_t* d) const {
-    uint32_t dm = 0;
-    if (!Product(&dm) || dm % M() != 0) return false;
-    *d = dm / M();
+    uint32_t m = 0;
+    if (!M(&m)) return false;
+    if (m > 1) {
+      *d = kFullFirstDecimation;
+      return true;
+    }
+    const uint32_t g = oversampling_.value_or(0), field = RateField();
+    if (g == 0 || field == 0) return false;
+    const long power = std::lround(std::log2(kOversamplingScale * kRateFieldScale / (double(g) * field)));
+    *d = 1u << (power < 1 ? 1 : power > 5 ? 5 : power);
     return true;
   }
 
+  // The rate the rate NCO word stands for, with D and M as decoded.
   bool NominalRate(double fs, double* hz) const {
-    uint32_t dm = 0;
-    if (!Product(&dm)) return false;
-    *hz = *rate_word_ * fs / (kTwoTo26 * dm);
+    uint32_t d = 0, m = 0;
+    if (!rate_word_ || *rate_word_ == 0 || !FirstDecimation(&d) || !M(&m)) return false;
+    *hz = *rate_word_ * fs / (kTwoTo26 * d * m);
     return true;
+  }
+
+  // The loop word's rate field and the oversampling code say the same rate as the NCO word.
+  bool Consistent(double fs) const {
+    uint32_t d = 0, m = 0;
+    double rate = 0;
+    if (!NominalRate(fs, &rate) || !FirstDecimation(&d) || !M(&m)) return false;
+    const double field = std::trunc(rate / fs * kRateFieldScale + 0.5);
+    double g = std::trunc(fs * kOversamplingScale / (double(d) * rate * m));
+    if (g > kOversamplingMax) g = kOversamplingMax;
+    return std::fabs(field - RateField()) <= 1 && std::fabs(g - oversampling_.value_or(0)) <= 1;
   }
 
   bool InBand(const Input& in, double fs) const {
@@ -242,7 +281,7 @@ class Demodulator : public DeviceModel {
 
   bool RateInRange(const Input& in, double fs) const {
     double nominal = 0;
-    return in.visible && NominalRate(fs, &nominal) &&
+    return in.visible && NominalRate(fs, &nominal) && Consistent(fs) &&
            std::fabs(in.rate / nominal - 1) <= rate_capture_ppm_ / 1e6;
   }
 
@@ -269,15 +308,23 @@ class Demodulator : public DeviceModel {
   bool CarrierLocked() const { return carrier_run_ >= carrier_reads_ && TimingLocked(); }
 
   uint32_t RateNco() const {
-    uint32_t dm = 0;
-    if (!TimingLocked() || !Product(&dm)) return rate_word_.value_or(0) & kRateNcoBits;
-    const double v = std::round(seen_.rate * dm * kTwoTo26 / Clock());
+    uint32_t d = 0, m = 0;
+    if (!TimingLocked() || !FirstDecimation(&d) || !M(&m))
+      return rate_word_.value_or(0) & kRateNcoBits;
+    const double v = std::round(seen_.rate * d * m * kTwoTo26 / Clock());
     return uint32_t(uint64_t(v)) & kRateNcoBits;
   }
 
-  uint32_t CarrierNco() const {
-    if (!CarrierLocked()) return nco_.value_or(0);
-    return uint32_t(uint64_t(std::round(seen_.frequency / Clock() * kTwoTo32)));
+  uint32_t CarrierNco() const { return nco_.value_or(0); }
+
+  // The offset the locked loop holds, in 2^-32 of the nominal symbol rate.
+  uint32_t FrequencyError() const {
+    const double fs = Clock();
+    double rate = 0;
+    if (!CarrierLocked() || !NominalRate(fs, &rate)) return 0;
+    const double e = std::round(Wrap(seen_.frequency - NcoHz(fs), fs) / rate * kTwoTo32);
+    const double held = e > 2147483647.0 ? 2147483647.0 : e < -2147483648.0 ? -2147483648.0 : e;
+    return uint32_t(int32_t(held));
   }
 
   // keys

@@ -16,6 +16,11 @@
 // adc.output_mode reports) and clears itself. Every other register keeps what is written.
 // A reset request brings them all back to power-on. With adc.fault = absent nothing answers:
 // the data line reads 0.
+//
+// The converter needs time, on the board's clock: after a reset request (the request and its
+// release, 4 then 0) it ignores every transfer for adc.reset_us, and an update that follows
+// the output-mode write by less than adc.update_us does not take the mode. A driver that does
+// not wait for either finds the converter missing or its mode unchanged.
 #include <array>
 #include <cstdio>
 
@@ -40,6 +45,8 @@ class Adc : public DeviceModel {
     keys().AddNumber("adc.speed", &speed_, 0x08, 0, 255, 1, false);
     keys().AddNumber("adc.counter", &counter_, 0, 0, 255);
     keys().AddChoice("adc.fault", &fault_, 0, {"none", "absent"});
+    keys().AddNumber("adc.reset_us", &reset_us_, 5000, 0, 1000000);
+    keys().AddNumber("adc.update_us", &update_us_, 5000, 0, 1000000);
     OnWrite(Dem(38), [this](uint32_t value) { Control(value); });
     OnWrite(Dem(39), [this](uint32_t value) { Clock(value & 1); });
     auto line = [this](uint32_t, bool) { return DataBit() ? kDataLine : 0; };
@@ -64,6 +71,8 @@ class Adc : public DeviceModel {
   void ResetState() override {
     PowerOn();
     updates_ = 0;
+    in_reset_ = false;
+    last_control_ = kEnd;
   }
 
   void PowerOn() {
@@ -79,10 +88,24 @@ class Adc : public DeviceModel {
     return address < registers_.size() ? registers_[address] : 0;
   }
 
+  bool Settled(uint64_t since, uint32_t us) const { return NowUs() - since >= us; }
+
   void Control(uint32_t value) {
+    if (value == kReset || (value == kEnd && last_control_ == kReset)) {
+      reset_at_ = NowUs();
+      in_reset_ = true;
+    }
+    last_control_ = value;
     switch (value) {
       case kReset: PowerOn(); return;
-      case kStart: phase_ = Phase::kInstruction, shift_ = bits_ = 0; return;
+      case kStart:
+        if (in_reset_ && !Settled(reset_at_, reset_us_)) {   // still coming out of reset
+          phase_ = Phase::kIdle;
+          return;
+        }
+        in_reset_ = false;
+        phase_ = Phase::kInstruction, shift_ = bits_ = 0;
+        return;
       case kSwitchToRead:
         // Only a whole read instruction makes the converter drive the line.
         if (phase_ == Phase::kInstruction && bits_ == 16 && (shift_ & kReadFlag) != 0) {
@@ -121,9 +144,11 @@ class Adc : public DeviceModel {
   void Store(uint32_t address, uint32_t value) {
     if (address == kUpdateRegister) {
       ++updates_;
-      if (value & 1) output_mode_ = registers_[kOutputModeRegister];
+      if ((value & 1) && Settled(mode_written_at_, update_us_))
+        output_mode_ = registers_[kOutputModeRegister];
       return;
     }
+    if (address == kOutputModeRegister) mode_written_at_ = NowUs();
     if (address < registers_.size() && address != kIdRegister && address != kSpeedRegister)
       registers_[address] = uint8_t(value);
   }
@@ -134,7 +159,10 @@ class Adc : public DeviceModel {
     return ((read_value_ >> (7 - bits_)) & 1) != 0;
   }
 
-  uint32_t id_ = 12, speed_ = 0x08, counter_ = 0, fault_ = 0;
+  uint32_t id_ = 12, speed_ = 0x08, counter_ = 0, fault_ = 0, reset_us_ = 0, update_us_ = 0;
+  uint64_t reset_at_ = 0, mode_written_at_ = 0;
+  bool in_reset_ = false;
+  uint32_t last_control_ = kEnd;
   std::array<uint8_t, 256> registers_{};
   uint32_t output_mode_ = 0;
   uint64_t updates_ = 0;

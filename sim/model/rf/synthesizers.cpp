@@ -13,18 +13,29 @@
 //      01 counter (A 7-2, B 20-8); f = N x 10 MHz / R.
 //   L, fractional-N (types 4 and 5): addressed 24-bit registers, the register number in bits
 //      31-24 of the write; register 3 holds the integer part of the ratio, register 4 its
-//      fraction in 2^-24, and register 5 takes several settings one after the other, of which
-//      0x6110 and 0x6090 set the output divider to 2 and 1: f = (Nint + Nfrac / 2^24) x 10 MHz
-//      / divider.
+//      fraction in 2^-24, and register 5 takes a calibration sequence whose first word, 0x6110
+//      or 0x6090, sets the output divider to 2 or 1: f = (Nint + Nfrac / 2^24) x 10 MHz /
+//      divider.
 // Which L chip is fitted follows the convertor (lconv.type). Peripheral word 0 is the RF control
-// word: bit 2 there (written as 4) puts the FPGA into register mode for the fractional-N chip;
-// the model reports it and leaves the word's storage (and the presence bit) alone.
+// word: bit 2 there (written as 4) puts the FPGA into register mode, without which it cannot
+// address the fractional-N chip's registers; the model leaves the word's storage (and the
+// presence bit) alone.
 //
-// Timing is counted in reads, not time, so that the model stays deterministic: after every
-// word written, the first ready_after reads show bit 31 clear and the first lock_after reads
-// show bit 24 clear (a loop relocks after every change). A loop whose words make no sense
-// (no reference or counter word yet, R of 0, A above B) never locks. Faults: never_ready,
-// never_lock, and lose_lock (the lock shows on one read, then is lost until the next word).
+// The chips are as particular as the real ones: a loop locks only on the words this board's
+// chips run with. The S chip takes exactly reference 0x20000D and function 0x93120 and a counter
+// with A not above B; the integer-N L chip function 0x90012 and a reference with R > 0; the
+// fractional-N chip must have gone through its whole set-up, in register mode, word for word
+// and in order (the table below, whose three words 2, 6 and 9 differ between the type-4 chip
+// and the others), and every retune must be the calibration sequence followed by the integer
+// and the fractional part. Any other word leaves the loop unlocked until the set-up (or retune)
+// is sent again whole, as a chip in an unknown state stays on hardware.
+//
+// Timing follows the board's clock (BoardModel::NowUs): bit 31 rises ready_us after each word,
+// bit 24 lock_us after the last word of a programmed loop, so a driver that reads either before
+// the chip had its time reads it clear. Counted delays on top (ready_after, lock_after reads)
+// and faults (never_ready, never_lock, lose_lock: the lock shows on one read, then is lost until
+// the next word) inject what the hardware does wrong.
+#include <array>
 #include <cstdio>
 #include <map>
 
@@ -41,30 +52,71 @@ constexpr uint32_t kWordBits = 0xFFFFFF;
 constexpr uint32_t kRegisterMode = 1u << 2;
 constexpr uint32_t kUnset = 0xFFFFFFFFu;   // a latch never written since power-on
 
+// The words the chips run with.
+constexpr uint32_t kSReference = 0x20000D, kSFunction = 0x93120;
+constexpr uint32_t kSCounterFixed = 1u << 22, kSCounterSpare = 0xA00080;   // bits 23, 21, 7 clear
+constexpr uint32_t kLFunction = 0x90012;
+constexpr uint32_t kLCounterSpare = 0xE00000;
+
+// The fractional-N chip's set-up after register mode is selected: register, value for the
+// type-4 chip, value for the others.
+struct SetupWord {
+  uint32_t reg, mode0, mode1;
+};
+constexpr std::array<SetupWord, 18> kSetup = {{{2, 1, 2},
+                                               {6, 0x2003CA, 0x200B4A},
+                                               {9, 0x3FFF, 0x5FFFFF},
+                                               {5, 0xF88, 0xF88},
+                                               {5, 0x6110, 0x6110},
+                                               {5, 0x2818, 0x2818},
+                                               {5, 0x60A0, 0x60A0},
+                                               {5, 0x1628, 0x1628},
+                                               {5, 0, 0},
+                                               {3, 100, 100},
+                                               {4, 0, 0},
+                                               {1, 2, 2},
+                                               {7, 333, 333},
+                                               {8, 0xC1BEFF, 0xC1BEFF},
+                                               {10, 0x2046, 0x2046},
+                                               {11, 0x78061, 0x78061},
+                                               {12, 0, 0},
+                                               {15, 0x81, 0x81}}};
+// A retune: the divider word, the rest of the calibration sequence, then registers 3 and 4.
+constexpr uint32_t kDivideBy2 = 0x6110, kDivideBy1 = 0x6090;
+constexpr std::array<uint32_t, 4> kCalibration = {0x2818, 0x60A0, 0x1628, 0};
+constexpr size_t kRetuneWords = 1 + kCalibration.size() + 2;
+
 enum Fault : uint32_t { kNone, kNeverReady, kNeverLock, kLoseLock };
 
-// One loop's ready and lock lines, driven by its keys.
+// One loop's ready and lock lines, driven by its keys and the board's clock.
 class LoopStatus {
  public:
-  LoopStatus(KeySet* keys, const std::string& prefix) {
+  LoopStatus(KeySet* keys, const std::string& prefix, uint32_t lock_us) {
     keys->AddChoice((prefix + ".fault").c_str(), &fault_, kNone,
                     {"none", "never_ready", "never_lock", "lose_lock"});
     keys->AddNumber((prefix + ".ready_after").c_str(), &ready_after_, 0, 0, 1000000);
-    keys->AddNumber((prefix + ".lock_after").c_str(), &lock_after_, 1, 0, 1000000);
+    keys->AddNumber((prefix + ".lock_after").c_str(), &lock_after_, 0, 0, 1000000);
+    keys->AddNumber((prefix + ".ready_us").c_str(), &ready_us_, 500, 0, 1000000);
+    keys->AddNumber((prefix + ".lock_us").c_str(), &lock_us_, lock_us, 0, 1000000);
   }
 
-  void Reset() { ready_left_ = lock_left_ = 0, lost_ = false; }
-  void Written() { ready_left_ = ready_after_, lock_left_ = lock_after_, lost_ = false; }
+  void Reset() { ready_left_ = lock_left_ = 0, lost_ = false, written_us_ = 0; }
+  void Written(uint64_t now) {
+    ready_left_ = ready_after_, lock_left_ = lock_after_, lost_ = false, written_us_ = now;
+  }
 
-  bool Ready() const { return fault_ != kNeverReady && ready_left_ == 0; }
-  bool Locked(bool programmed) const {
-    return programmed && fault_ != kNeverLock && lock_left_ == 0 && !lost_;
+  bool Ready(uint64_t now) const {
+    return fault_ != kNeverReady && ready_left_ == 0 && now - written_us_ >= ready_us_;
+  }
+  bool Locked(bool programmed, uint64_t now) const {
+    return programmed && fault_ != kNeverLock && lock_left_ == 0 && !lost_ &&
+           now - written_us_ >= lock_us_;
   }
 
   // The status bits a read returns; a read that is not an inspection moves the lines on.
-  uint32_t Read(bool programmed, bool peek) {
-    const bool locked = Locked(programmed);
-    const uint32_t bits = (Ready() ? kReady : 0) | (locked ? kLock : 0);
+  uint32_t Read(bool programmed, bool peek, uint64_t now) {
+    const bool locked = Locked(programmed, now);
+    const uint32_t bits = (Ready(now) ? kReady : 0) | (locked ? kLock : 0);
     if (peek) return bits;
     if (ready_left_ > 0) --ready_left_;
     if (lock_left_ > 0) --lock_left_;
@@ -73,8 +125,9 @@ class LoopStatus {
   }
 
  private:
-  uint32_t fault_ = kNone, ready_after_ = 0, lock_after_ = 1;
+  uint32_t fault_ = kNone, ready_after_ = 0, lock_after_ = 0, ready_us_ = 0, lock_us_ = 0;
   uint32_t ready_left_ = 0, lock_left_ = 0;
+  uint64_t written_us_ = 0;
   bool lost_ = false;
 };
 
@@ -94,15 +147,17 @@ std::string Hz(double hz) {
 class Synthesizers : public DeviceModel {
  public:
   explicit Synthesizers(unsigned board_index)
-      : DeviceModel("synth", board_index), s_(&keys(), "synth.s"), l_(&keys(), "synth.l") {
+      : DeviceModel("synth", board_index),
+        s_(&keys(), "synth.s", 3000),
+        l_(&keys(), "synth.l", 3000) {
     OnWrite(Periph(0), [this](uint32_t value) { register_mode_ = (value & kRegisterMode) != 0; });
     OnWrite(Periph(1), [this](uint32_t value) { WriteS(value); });
     OnRead(Periph(1), [this](uint32_t, bool peek) {
-      return s_.Read(SProgrammed(), peek) | (s_last_ & kWordBits);
+      return s_.Read(SProgrammed(), peek, NowUs()) | (s_last_ & kWordBits);
     });
     OnWrite(Periph(2), [this](uint32_t value) { WriteL(value); });
     OnRead(Periph(2), [this](uint32_t, bool peek) {
-      return l_.Read(LProgrammed(), peek) | (l_last_ & kWordBits);
+      return l_.Read(LProgrammed(), peek, NowUs()) | (l_last_ & kWordBits);
     });
   }
 
@@ -120,14 +175,16 @@ class Synthesizers : public DeviceModel {
     s_words_ = l_words_ = Latches{};
     s_last_ = l_last_ = 0;
     l_registers_.clear();
-    l_divider_ = 0;
+    l_divider_ = pending_divider_ = 0;
     register_mode_ = false;
+    setup_next_ = retune_next_ = 0;
+    set_up_ = tuned_ = false;
   }
 
   // ---- S: the sampling clock --------------------------------------------------------------
   void WriteS(uint32_t value) {
     s_last_ = value;
-    s_.Written();
+    s_.Written(NowUs());
     switch (value & 3) {
       case 1: s_words_.reference = value; break;
       case 0: s_words_.function = value; break;
@@ -138,13 +195,15 @@ class Synthesizers : public DeviceModel {
 
   static uint32_t R(uint32_t reference) { return (reference >> 2) & 0x3FFF; }
   static uint32_t B(uint32_t counter) { return (counter >> 8) & 0x1FFF; }
+  static uint32_t SA(uint32_t counter) { return (counter >> 2) & 0x1F; }
 
   bool SProgrammed() const {
     const Latches& w = s_words_;
-    return w.reference != kUnset && w.counter != kUnset && R(w.reference) != 0 &&
-           ((w.counter >> 2) & 0x1F) <= B(w.counter);
+    return w.reference == kSReference && w.function == kSFunction && w.counter != kUnset &&
+           (w.counter & kSCounterFixed) != 0 && (w.counter & kSCounterSpare) == 0 &&
+           SA(w.counter) <= B(w.counter);
   }
-  uint32_t SN() const { return 8 * B(s_words_.counter) + ((s_words_.counter >> 2) & 0x1F); }
+  uint32_t SN() const { return 8 * B(s_words_.counter) + SA(s_words_.counter); }
 
   bool GetS(const std::string& field, std::string* value) const {
     const bool known = s_words_.reference != kUnset && s_words_.counter != kUnset &&
@@ -152,8 +211,8 @@ class Synthesizers : public DeviceModel {
     if (field == "frequency")
       *value = known ? Hz(SN() * kReferenceHz / R(s_words_.reference) / 2) : "none";
     else if (field == "n") *value = s_words_.counter == kUnset ? "none" : FormatDecimal(SN());
-    else if (field == "ready") *value = s_.Ready() ? "1" : "0";
-    else if (field == "locked") *value = s_.Locked(SProgrammed()) ? "1" : "0";
+    else if (field == "ready") *value = s_.Ready(NowUs()) ? "1" : "0";
+    else if (field == "locked") *value = s_.Locked(SProgrammed(), NowUs()) ? "1" : "0";
     else if (field == "ref") *value = Hex(s_words_.reference);
     else if (field == "function") *value = Hex(s_words_.function);
     else if (field == "counter") *value = Hex(s_words_.counter);
@@ -166,22 +225,78 @@ class Synthesizers : public DeviceModel {
     std::string type;
     return BoardKey("lconv.type", &type) && (type == "4" || type == "5");
   }
+  // The type-4 chip runs with set-up mode 0, the others with mode 1.
+  bool ModeZero() const {
+    std::string type;
+    return BoardKey("lconv.type", &type) && type == "4";
+  }
 
   void WriteL(uint32_t value) {
     l_last_ = value;
-    l_.Written();
-    if (Fractional()) {
-      const uint32_t number = value >> 24, data = value & kWordBits;
-      l_registers_[number] = data;
-      if (number == 5 && data == 0x6110) l_divider_ = 2;
-      if (number == 5 && data == 0x6090) l_divider_ = 1;
-      return;
-    }
+    l_.Written(NowUs());
+    if (Fractional()) return WriteRegister(value >> 24, value & kWordBits);
     switch (value & 3) {
       case 0: l_words_.reference = value; break;
       case 2: l_words_.function = value; break;
       case 1: l_words_.counter = value; break;
       default: break;
+    }
+  }
+
+  // One addressed write to the fractional-N chip, followed through its set-up and its retunes.
+  void WriteRegister(uint32_t number, uint32_t data) {
+    if (!register_mode_) {   // the FPGA shifts the word out unaddressed: the chip is scrambled
+      set_up_ = tuned_ = false;
+      setup_next_ = retune_next_ = 0;
+      return;
+    }
+    l_registers_[number] = data;
+    FollowSetup(number, data);
+    if (number == 3 || number == 4 || number == 5) FollowRetune(number, data);
+  }
+
+  bool SetupStep(size_t i, uint32_t number, uint32_t data) const {
+    return kSetup[i].reg == number && (ModeZero() ? kSetup[i].mode0 : kSetup[i].mode1) == data;
+  }
+
+  void FollowSetup(uint32_t number, uint32_t data) {
+    if (setup_next_ < kSetup.size() && SetupStep(setup_next_, number, data)) {
+      if (++setup_next_ == kSetup.size()) set_up_ = true;
+      return;
+    }
+    if (SetupStep(0, number, data)) {   // a set-up starts over
+      set_up_ = false;
+      setup_next_ = 1;
+      return;
+    }
+    // Once set up, the tuning registers take retunes; any other word unsettles the chip.
+    if (set_up_ && (number == 3 || number == 4 || number == 5)) return;
+    set_up_ = false;
+    setup_next_ = 0;
+  }
+
+  void FollowRetune(uint32_t number, uint32_t data) {
+    const bool divider = number == 5 && (data == kDivideBy2 || data == kDivideBy1);
+    bool in_order = false;
+    if (retune_next_ == 0) in_order = divider;
+    else if (retune_next_ <= kCalibration.size())
+      in_order = number == 5 && data == kCalibration[retune_next_ - 1];
+    else if (retune_next_ == kCalibration.size() + 1) in_order = number == 3 && data != 0;
+    else in_order = number == 4;
+    if (!in_order) {   // a tuning word out of place: the loop loses its tuning
+      tuned_ = false;
+      retune_next_ = 0;
+      if (!divider) return;
+    }
+    if (divider) {
+      tuned_ = false;
+      retune_next_ = 0;
+      pending_divider_ = data == kDivideBy2 ? 2 : 1;
+    }
+    if (++retune_next_ == kRetuneWords) {
+      tuned_ = true;
+      l_divider_ = pending_divider_;
+      retune_next_ = 0;
     }
   }
 
@@ -209,7 +324,10 @@ class Synthesizers : public DeviceModel {
 
   bool LProgrammed() const {
     double n = 0;
-    return Ratio(&n) && (Fractional() || LA() <= B(l_words_.counter));
+    if (!Ratio(&n)) return false;
+    if (Fractional()) return register_mode_ && set_up_ && tuned_;
+    return l_words_.function == kLFunction && (l_words_.counter & kLCounterSpare) == 0 &&
+           LA() <= B(l_words_.counter);
   }
 
   bool GetL(const std::string& field, std::string* value) const {
@@ -227,9 +345,11 @@ class Synthesizers : public DeviceModel {
     } else if (field == "kind") {
       *value = fractional ? "fractional" : "integer";
     } else if (field == "ready") {
-      *value = l_.Ready() ? "1" : "0";
+      *value = l_.Ready(NowUs()) ? "1" : "0";
     } else if (field == "locked") {
-      *value = l_.Locked(LProgrammed()) ? "1" : "0";
+      *value = l_.Locked(LProgrammed(), NowUs()) ? "1" : "0";
+    } else if (field == "set_up") {
+      *value = set_up_ ? "1" : "0";
     } else if (field == "register_mode") {
       *value = register_mode_ ? "1" : "0";
     } else if (field == "divider") {
@@ -254,8 +374,11 @@ class Synthesizers : public DeviceModel {
   Latches s_words_, l_words_;
   uint32_t s_last_ = 0, l_last_ = 0;          // the last word written, echoed in reads
   std::map<uint32_t, uint32_t> l_registers_;  // the fractional-N chip's registers as written
-  uint32_t l_divider_ = 0;                    // 0: no divider setting received yet
+  uint32_t l_divider_ = 0;                    // 0: no complete retune yet
+  uint32_t pending_divider_ = 0;              // the divider of the retune under way
   bool register_mode_ = false;
+  size_t setup_next_ = 0, retune_next_ = 0;   // words of each sequence received in order
+  bool set_up_ = false, tuned_ = false;
 };
 
 }  // namespace

@@ -170,8 +170,9 @@ std::string DmaMaster::Check(const DmaRing& ring, std::vector<uint32_t>* runnabl
                     unsigned(ring.buffer_size));
       return text;
     }
-    // Anything selected beyond the channel's ring is a select the driver got wrong.
-    auto stray = addresses_.lower_bound(Select(channel, buffers));
+    // Anything selected beyond the channel's ring is a select the driver got wrong (a ring of
+    // 32 fills the buffer field: nothing lies beyond it).
+    auto stray = addresses_.lower_bound(Select(channel, 0) + buffers);
     if (stray != addresses_.end() && stray->first < Select(channel + 1, 0)) {
       std::snprintf(text, sizeof text, "channel %u buffer %u: beyond its %u buffers",
                     unsigned(channel), unsigned(stray->first & 31), unsigned(buffers));
