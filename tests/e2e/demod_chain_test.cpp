@@ -92,9 +92,22 @@ TEST_F(DemodChainTest, TheOverviewOrderLocksOntoTheSignal) {
   EXPECT_EQ(Locks(50), 3u);
   double measured = 0;
   ASSERT_EQ(MeasureCarrier(&id, 0, &measured), 0);
-  EXPECT_NEAR(measured, 1200025000.0, 1.0) << "the loop pulls in the signal's 25 kHz offset";
+  EXPECT_NEAR(measured, 1200025000.0, 1.0) << "the signal's 25 kHz offset, from the loop's error";
   ASSERT_EQ(MeasureTiming(&id, 0, &measured), 0);
   EXPECT_NEAR(measured, 10e6, 1.0);
+  // Rates that use the second decimation (M 2 and 32) lock and measure too, and the carrier's
+  // error term scales with each.
+  for (double rs : {2e6, 100e3}) {
+    ASSERT_EQ(zsim_set(0, "signal.rate", std::to_string(rs).c_str()), 0);
+    ASSERT_EQ(SetTiming(&id, &rs), 0) << GetErrorMessage();
+    EXPECT_EQ(Locks(50), 3u) << rs;
+    ASSERT_EQ(MeasureTiming(&id, 0, &measured), 0);
+    EXPECT_NEAR(measured, rs, rs * 1e-6) << rs;
+    ASSERT_EQ(MeasureCarrier(&id, 0, &measured), 0);
+    EXPECT_NEAR(measured, 1200025000.0, 1.0) << rs;
+  }
+  ASSERT_EQ(zsim_set(0, "signal.rate", "10e6"), 0);
+  ASSERT_EQ(SetTiming(&id, &sps), 0);
 
   // QPSK's two bits per symbol at 10 Msymbols/s: a 20 MHz output clock, exponent 2.
   zsim_trace_clear(0);

@@ -8,6 +8,8 @@
 #include <thread>
 #include <vector>
 
+#include "hw/driver_parameters.h"
+#include "test_env.h"
 #include "torvixe.h"
 #include "zarimsim.h"
 #include "zarimsim_payload.h"
@@ -39,16 +41,18 @@ class StreamingTest : public ::testing::Test {
   uint32_t size = 0;
 };
 
-// The readers are waiting before the engine starts, so none comes in late.
-TEST_F(StreamingTest, SeventeenChannelsArriveCompleteAndInOrder) {
+// Every channel read by a thread of its own, each buffer checked to be the next of its channel,
+// until `buffers` of each arrived. The readers are waiting before the engine starts, so none
+// comes in late.
+int ReadEveryChannel(DeviceId* board, uint32_t size, uint64_t buffers) {
   std::atomic<int> failures{0};
   std::vector<std::thread> readers;
   for (uint32_t c = 0; c < 17; ++c) {
     readers.emplace_back([&, c] {
       std::vector<uint8_t> data(2 * size_t(size));
-      for (uint64_t next = 0; next < 24;) {
+      for (uint64_t next = 0; next < buffers;) {
         uint32_t got = 0;
-        const int32_t result = ReadChannelData(&board, c, data.data(), uint32_t(data.size()), &got, 2000);
+        const int32_t result = ReadChannelData(board, c, data.data(), uint32_t(data.size()), &got, 2000);
         if (result != 0 || got != data.size()) return void(++failures);
         for (uint32_t at = 0; at < got; at += size)
           if (zsim_payload_check(&data[at], size, c, next++) != ZSIM_PAYLOAD_OK) return void(++failures);
@@ -56,9 +60,38 @@ TEST_F(StreamingTest, SeventeenChannelsArriveCompleteAndInOrder) {
     });
   }
   std::this_thread::sleep_for(std::chrono::milliseconds(200));
-  ASSERT_EQ(MasterStart(&board, &kStart), 0);
+  if (MasterStart(board, &kStart) != 0) ++failures;
   for (auto& t : readers) t.join();
-  EXPECT_EQ(failures, 0);
+  return failures;
+}
+
+TEST_F(StreamingTest, SeventeenChannelsArriveCompleteAndInOrder) {
+  EXPECT_EQ(ReadEveryChannel(&board, size, 24), 0);
+}
+
+// The largest ring the descriptor select can address, 32 buffers, on all 17 channels: the
+// driver's service key says so (on Windows the machine's own key, its value removed after).
+TEST(StreamingRing, ThirtyTwoBuffersOnEachOfSeventeenChannels) {
+  tvx::test::TempDir registry;
+  tvx::test::ScopedEnv env("TORVIXE_REGISTRY", registry.str());
+  char key[256];
+  tvx::ServiceKeyPath(tvx::kDriverService, key, sizeof key);
+  const uint8_t thirty_two[4] = {32, 0, 0, 0};
+  ASSERT_TRUE(tvx::os::WriteRegistryValue(key, tvx::kBuffersPerChannelValue, thirty_two, 4));
+  zsim_reset();
+  ASSERT_EQ(zsim_set(0, "dma.rate", "100"), 0);
+  DeviceId board{0};
+  BufferMap map{};
+  ASSERT_EQ(CreateDeviceInstance(&board), 0) << GetErrorMessage();
+  ASSERT_EQ(MasterGetBuffers(&board, &map), 0);
+  EXPECT_EQ(uint32_t{map.DescriptorCount}, 17u * 32);
+  ASSERT_EQ(MasterLoad(&board, &map), 0) << GetErrorMessage();
+  EXPECT_EQ(ReadEveryChannel(&board, static_cast<const BufferDescriptor*>(map.Descriptors)[0].Size, 64), 0);
+  EXPECT_STREQ(zsim_get(0, "dma.state"), "running");
+  MasterStop(&board);
+  ReleaseDeviceInstance(&board);
+  tvx::os::DeleteRegistryValue(key, tvx::kBuffersPerChannelValue);
+  zsim_reset();
 }
 
 // A burst of a whole ring between two reads of channel 0: the read reports the overrun, and

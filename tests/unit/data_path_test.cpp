@@ -67,7 +67,11 @@ class DataPathTest : public LoaderTest {
   uint32_t copied = 0;
 };
 
+// The geometry word takes the size of each channel's last buffer (4096 and 1024 bytes here),
+// whatever the others are.
 TEST_F(DataPathTest, LoadProgramsEverySelectAddressAndGeometry) {
+  descriptors[0].Size = 128, descriptors[2].Size = 8192, descriptors[4].Size = 4096;
+  descriptors[7].Size = 1024;
   BufferMap map{};
   ASSERT_EQ(MasterGetBuffers(&id, &map), 0);
   map.DescriptorCount = 8;
@@ -76,7 +80,8 @@ TEST_F(DataPathTest, LoadProgramsEverySelectAddressAndGeometry) {
   for (uint32_t i = 0; i < 8; ++i) {
     expected.push_back(W(0x14, (i / 4) << 5 | (i % 4)));
     expected.push_back(W(0x00, (0x10000000u + (i << 12)) | 1));
-    if (i % 4 == 3) expected.insert(expected.end(), {W(0x04, 0), W(0x08, 0x0600001F)});
+    if (i == 3) expected.insert(expected.end(), {W(0x04, 0), W(0x08, 0x0600001F)});
+    if (i == 7) expected.insert(expected.end(), {W(0x04, 0), W(0x08, 0x06000007)});
   }
   EXPECT_EQ(Trace(), expected);
 }
@@ -200,6 +205,10 @@ TEST_F(DataPathTest, ChannelControlsWriteTheirWordsAndReadStatusAndCounters) {
   EXPECT_EQ(DMA3CHControl(&id, &word), 0);
   EXPECT_EQ(DMDControl(&id, &word), 0);
   EXPECT_EQ(Trace(), (std::vector<zsim_access>{W(0x8078, word), W(0x807C, word), W(0x8080, word)}));
+  io()->set_bar_mapped(false);   // a write the binding refuses: the detail stays in the binding
+  EXPECT_EQ(DMA3CHControl(&id, &word), 1);
+  EXPECT_STREQ(GetErrorMessage(), "DMA3CHControl [0]: \n");
+  io()->set_bar_mapped(true);
   auto* iq = board()->Get<cIQCHCtrl>(Slot::IqChCtrl);
   auto* dmd = board()->Get<cDMDCHCtrl>(Slot::DmdChCtrl);
   ASSERT_EQ(model.Set("reg.0x8028", "0x00001234"), 0);

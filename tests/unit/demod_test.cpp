@@ -116,14 +116,18 @@ TEST_F(DemodTest, PackTableStreamsWholeWords) {
 }
 
 // One rate per decimation row, the boundaries that belong to the row below (greater-than) or to
-// the row itself (at or above), and what the register receives against what is reported.
+// the row itself (at or above), what the registers receive (the rate NCO word scaled by D and M,
+// the oversampling code held to 255, M - 1) against what is reported, and the rate the board
+// decodes from those words.
 TEST_F(DemodTest, DecimationRows) {
   const double c = kDefaultSampleClock * 0.995;
-  const struct { double rate; uint32_t d, m, loop, aux; } rows[] = {
-      {60e6, 2, 1, 15, 15},       {c / 4, 4, 1, 15, 15},     {30e6, 4, 1, 15, 15},
-      {20e6, 8, 1, 14, 14},       {10e6, 16, 1, 13, 12},     {5e6, 32, 1, 12, 8},
-      {2e6, 32, 2, 11, 0},        {c / 16384, 32, 512, 3, 0}, {c / 32768, 32, 512, 3, 0},
-      {1500, 32, 2048, 1, 0},     {c / 131072, 32, 2048, 1, 0}};
+  const struct { double rate; uint32_t d, m, loop, aux, nco, g; } rows[] = {
+      {60e6, 2, 1, 15, 15, 43141413, 199},           {c / 4, 4, 1, 15, 15, 66773320, 128},
+      {30e6, 4, 1, 15, 15, 43141413, 199},           {20e6, 8, 1, 14, 14, 57521883, 149},
+      {10e6, 16, 1, 13, 12, 57521883, 149},          {5e6, 32, 1, 12, 8, 57521883, 149},
+      {2e6, 32, 2, 11, 0, 46017507, 186},            {c / 16384, 32, 512, 3, 0, 66773320, 128},
+      {c / 32768, 32, 512, 3, 0, 33386660, 255},     {1500, 32, 2048, 1, 0, 35341445, 243},
+      {c / 131072, 32, 2048, 1, 0, 33386660, 255}};
   for (const auto& r : rows) {
     model.ClearTrace();
     ASSERT_EQ(Rate(r.rate), 0) << r.rate;
@@ -133,7 +137,9 @@ TEST_F(DemodTest, DecimationRows) {
     EXPECT_EQ(t.LoopCode, r.loop) << r.rate;
     EXPECT_EQ(t.AuxCode, r.aux) << r.rate;
     EXPECT_EQ(Written(kDecimation), std::vector<uint32_t>{t.ControlWord - 1}) << r.rate;
-    EXPECT_LE(Written(kOversampling).at(0), 255u);
+    EXPECT_EQ(Written(kRateNco), std::vector<uint32_t>{r.nco}) << r.rate;
+    EXPECT_EQ(Written(kOversampling), std::vector<uint32_t>{r.g}) << r.rate;
+    EXPECT_NEAR(std::stod(Get("demod.rate")), r.rate, r.rate * 1e-5) << r.rate;
   }
 }
 
@@ -179,17 +185,21 @@ TEST_F(DemodTest, MeasuredRate) {
 }
 
 // The split at 200 MHz, the LO grid and intermediate frequency per convertor type, the NCO
-// word, and the flags each type takes (band select only on type 2, from 1.6 GHz).
+// word, the flags each type takes (band select only on type 2, from 1.6 GHz) and the order of
+// the blocks written: the flags before the synthesizer, the NCO word last. A loaded LO locks.
 TEST_F(DemodTest, CarrierSplit) {
-  const struct { const char* type; double hz; const char* lo; uint32_t nco; std::vector<uint32_t> direct, band; } rows[] = {
-      {"3", 70e6, "none", 0x60000000, {}, {}},
-      {"3", 150e6, "none", 0xCDB6DB6E, {}, {}},      // above fs/2: the word of its alias
-      {"3", 190e6, "none", 0x04924925, {}, {}},      // above fs: the alias's own word
-      {"3", 1.2e9, "1340000000.00", 0x40000000, {}, {}},
-      {"4", 70e6, "none", 0x60000000, {1}, {}},
-      {"5", 1.2e9, "1550000000.00", 0xC0000001, {0}, {}},
-      {"2", 1599999999, "1740000000.00", 0x3FFFFFE9, {}, {0}},
-      {"2", 1.6e9, "1740000000.00", 0x40000000, {}, {1}}};
+  const struct { const char* type; double hz; const char* lo; uint32_t nco; std::vector<uint32_t> direct, band; const char* order; } rows[] = {
+      {"3", 70e6, "none", 0x60000000, {}, {}, "nco"},
+      {"3", 150e6, "none", 0xCDB6DB6E, {}, {}, "nco"},      // above fs/2: the word of its alias
+      {"3", 190e6, "none", 0x04924925, {}, {}, "nco"},      // above fs: the alias's own word
+      {"3", 1.2e9, "1340000000.00", 0x40000000, {}, {}, "synth dac nco"},
+      {"4", 70e6, "none", 0x60000000, {1}, {}, "direct nco"},
+      {"4", 1.2e9, "1340000000.00", 0x40000000, {0}, {}, "direct synth dac nco"},
+      {"5", 1.2e9, "1550000000.00", 0xC0000001, {0}, {}, "direct synth dac nco"},
+      {"2", 1599999999, "1740000000.00", 0x3FFFFFE9, {}, {0}, "band synth dac nco"},
+      {"2", 1.6e9, "1740000000.00", 0x40000000, {}, {1}, "band synth dac nco"}};
+  const std::pair<uint32_t, const char*> blocks[] = {
+      {kBand, "band"}, {kDirect, "direct"}, {kLSynth, "synth"}, {kDac, "dac"}, {kNco, "nco"}};
   for (const auto& r : rows) {
     Reopen(r.type);
     ASSERT_EQ(Tune(r.hz), 0) << GetErrorMessage();
@@ -197,6 +207,12 @@ TEST_F(DemodTest, CarrierSplit) {
     EXPECT_EQ(Written(kDirect), r.direct) << r.type << " " << r.hz;
     EXPECT_EQ(Written(kBand), r.band) << r.type << " " << r.hz;
     EXPECT_EQ(Written(kLSynth).empty() ? "none" : Get("synth.l.frequency"), r.lo) << r.type << " " << r.hz;
+    if (!Written(kLSynth).empty()) EXPECT_EQ(Get("synth.l.locked"), "1") << r.type << " " << r.hz;
+    std::string order, last;
+    for (const zsim_access& a : model.Trace())
+      for (const auto& [address, name] : blocks)
+        if (a.write && a.addr == address && last != name) order += (order.empty() ? "" : " ") + (last = name);
+    EXPECT_EQ(order, r.order) << r.type << " " << r.hz;
   }
 }
 
