@@ -15,8 +15,8 @@
 // with an input switch show only the input DEM word 40 selects. The loops lock on it when it
 // lies within the capture ranges of what the library tuned; lock takes a number of reads of
 // the level word, counted rather than timed so that tests stay deterministic, and every retune
-// starts it over. A locked loop reads back the signal's own carrier and rate, so the library's
-// measurements come out as the signal's.
+// starts it over. Locked loops read back the signal's own rate and carrier offset, so the
+// library's measurements come out as the signal's.
 //
 // The loops count in what the library programs and nothing else. M, the second decimation,
 // comes from DEM word 14 (M - 1 in bits 0-11 and log2 M in bits 16-19, which must agree). The
@@ -251,7 +251,8 @@ class Demodulator : public DeviceModel {
     }
     const uint32_t g = oversampling_.value_or(0), field = RateField();
     if (g == 0 || field == 0) return false;
-    const long power = std::lround(std::log2(kOversamplingScale * kRateFieldScale / (double(g) * field)));
+    const double d_estimate = kOversamplingScale * kRateFieldScale / (double(g) * field);
+    const long power = std::lround(std::log2(d_estimate));
     *d = 1u << (power < 1 ? 1 : power > 5 ? 5 : power);
     return true;
   }
