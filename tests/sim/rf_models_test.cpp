@@ -1,6 +1,7 @@
-// The RF front end as the library drives it: synthesizer words decoded back into frequencies,
-// ready and lock lines with their faults, the preselector DAC, the ADC's serial port bit by bit.
-// (That a convertor type sets presence and version together, the library's bring-up test shows.)
+// The RF front end as the library drives it: the synthesizers' set-up, ready and lock lines with
+// their faults, the preselector DAC, the ADC's serial port bit by bit. (The frequencies decoded
+// from the library's own loads, and that a convertor type sets presence and version together,
+// the library's bring-up and carrier tests show.)
 #include <array>
 #include <memory>
 #include <string>
@@ -46,24 +47,6 @@ class RfModels : public PortTest {
     Write(kAdcControl, 0);
   }
 };
-
-// Each integer-N load decoded back into its frequency and N: the sampling synthesizer with A 0
-// and A 5, the local oscillator of the default convertor.
-TEST_F(RfModels, IntegerSynthesizersDecodeTheLoadBackIntoItsFrequency) {
-  const struct { uint32_t address; std::vector<uint32_t> words; std::string key, seen; } cases[] = {
-      {kSynthS, {0x20000D, 0x93120, 0x400E02}, "synth.s.", "186666666.67 N 112"},   // B 14
-      {kSynthS, {0x20000D, 0x93120, 0x401502}, "synth.s.", "280000000.00 N 168"},   // B 21
-      {kSynthS, {0x20000D, 0x93120, 0x400E16}, "synth.s.", "195000000.00 N 117"},   // B 14, A 5
-      {kSynthL, {0x4, 0x90012, 0x1019}, "synth.l.", "1340000000.00 N 134"}};
-  for (const auto& c : cases) {
-    Reset();
-    for (uint32_t word : c.words) EXPECT_TRUE(Send(c.address, word)) << c.seen;
-    Advance(4000);
-    EXPECT_EQ(Read(c.address), kReady | kLock | c.words.back()) << c.seen;
-    EXPECT_EQ(Get(0, (c.key + "frequency").c_str()) + " N " + Get(0, (c.key + "n").c_str()), c.seen);
-  }
-  EXPECT_EQ(Get(0, "synth.l.kind"), "integer");
-}
 
 // The fractional-N chip locks only after its whole set-up, in register mode, word for word for
 // its mode, and a retune in order: any one word of the eighteen changed, the set-up of the
