@@ -1,7 +1,8 @@
 // The demodulator's loops as the library drives them: locking (or not) on the signal the board
 // sees, read back through the library's own formulas, on either path, with the faults and on the
-// simulator's signal. (The decimations, the iso converter, filter taps and the packing table as
-// the model decodes them, the library's unit and end-to-end tests read back.)
+// simulator's signal; keys of other shapes. (The decimations, the iso converter, filter taps and
+// the packing table as the model decodes them, the library's unit and end-to-end tests read
+// back.)
 #include <cmath>
 #include <string>
 
@@ -177,6 +178,28 @@ TEST_F(DemodModels, SimulatorSignalIsWhatTheDemodulatorSeesWhileItRuns) {
   Write(kSimControl, 9);
   EXPECT_EQ(Keys({"demod.signal.frequency", "demod.carrier.locked"}), "none 0");
   EXPECT_EQ(Read(kNcoRead), 0x10000000u);
+}
+
+// Keys of other shapes than a plain number: the loading gauge (read through DEM word 14,
+// whose writes are the demodulator's), the signal's real numbers, and a command key.
+TEST_F(DemodModels, SignedRealAndCommandKeysParseWholeStringsOnly) {
+  const struct { const char* key, *value; int result; const char* shown; } cases[] = {
+      {"iso.loading", "-32768", 0, "-32768"}, {"iso.loading", "32768", 2, "0"},
+      {"iso.loading", "0x10", 2, "0"},        {"signal.carrier", "1.5e9", 0, "1500000000.00"},
+      {"signal.carrier", "12abc", 2, "1200025000.00"},
+      {"signal.carrier", "nan", 2, "1200025000.00"},
+      {"signal.carrier", "1e400", 2, "1200025000.00"}, {"signal.level", "-40.5", 0, "-40.50"},
+      {"pack.clear", "2", 2, "0"},            {"pack.clear", "1", 0, "0"},
+  };
+  for (const auto& c : cases) {
+    Reset();
+    EXPECT_EQ(zsim_set(0, c.key, c.value), c.result) << c.key << "=" << c.value;
+    EXPECT_EQ(Get(0, c.key), c.shown) << c.key << "=" << c.value;
+  }
+  Set("iso.loading", "-2");
+  Write(kDecimation, 0x20003);
+  EXPECT_EQ(Read(kDecimation), 0xFFFEu);
+  EXPECT_EQ(Get(0, "demod.m"), "4");
 }
 
 }  // namespace

@@ -86,8 +86,8 @@ TEST_F(RfModels, FractionalLSynthesizerLocksOnlyAfterItsExactSetUpAndRetune) {
   }
   // Output divided by 2: 246.25 x 10 MHz / 2.
   EXPECT_EQ(Read(kControlWord), 5u) << "the presence bit stays beside the register mode";
-  EXPECT_EQ(Get(0, "synth.l.frequency") + Get(0, "synth.l.kind") + Get(0, "synth.l.reg.3"),
-            "1231250000.00fractional0x000000F6");
+  EXPECT_EQ(Keys({"synth.l.frequency", "synth.l.n", "synth.l.kind", "synth.l.reg.3"}),
+            "1231250000.00 246.25 fractional 0x000000F6");
 }
 
 // Ready and lock bits read at 0.2, 1, 3 and 5 ms after the counter word: ready rises after
