@@ -11,7 +11,8 @@
 namespace cli_e2e {
 namespace {
 
-// Exit status 2, nothing on stdout. (Malformed lines the parser refuses are its unit tests'.)
+// Exit status 2, nothing on stdout, for commands and for a receiver's line alike. (Malformed
+// lines the parsers refuse are their unit tests'.)
 TEST(CliOnVirtualBoard, UsageErrorsExitTwoBeforeTouchingABoard) {
   const std::pair<const char*, const char*> cases[] = {
       {"peek 0x80000000x", "invalid address '0x80000000x'"}, {"frob", "unknown command 'frob'"},
@@ -23,6 +24,7 @@ TEST(CliOnVirtualBoard, UsageErrorsExitTwoBeforeTouchingABoard) {
       {"fpga load DEM", "load needs DEVICE and FILE"},
       {"fpga load DEM x --all samples", "--all takes no DEVICE or FILE"},
       {"sim rate fast", "invalid rate 'fast'"}, {"sim fly", "unknown action 'fly'"},
+      {"signal qpsk tune 1.2e9 --filters samples/filters", "--filters belongs to the rate step"},
   };
   for (const auto& [args, err_part] : cases) {
     const CliResult run = RunCli(args);

@@ -92,13 +92,5 @@ TEST(DemodOnVirtualBoard, LibraryRefusalsStopTheLine) {
   }
 }
 
-// The line is checked whole before the board is touched (the refusals are the parser's tests).
-TEST(DemodOnVirtualBoard, AWrongLineExitsTwoBeforeTouchingABoard) {
-  const CliResult run = RunCli("signal qpsk tune 1.2e9 --filters samples/filters");
-  EXPECT_EQ(run.status, 2);
-  EXPECT_TRUE(Has(run.err, "--filters belongs to the rate step")) << run.err;
-  EXPECT_EQ(run.out, "");
-}
-
 }  // namespace
 }  // namespace cli_e2e

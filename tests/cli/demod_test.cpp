@@ -142,26 +142,6 @@ TEST(DemodChain, RefusesLinesItCannotRun) {
   EXPECT_NE(Chain({"tune", "--help", "--filters", "d"}, nullptr), "");
 }
 
-TEST(DemodChain, StepOptionValues) {
-  const std::pair<Args, const char*> bad[] = {
-      {{"signal", "1", "--code-rate", "256"}, "invalid code-rate index '256'"},
-      {{"rate", "1", "--filters", "d", "--filter", "x"}, "invalid filter index 'x'"},
-      {{"status", "--watch", "0"}, "invalid duration '0'"},
-  };
-  for (const auto& [args, error_part] : bad) {
-    Invocation inv;
-    const std::string error = ParseCommandLine(args, &inv);
-    EXPECT_NE(error.find(error_part), std::string::npos) << "gave \"" << error << '"';
-  }
-  Invocation inv;
-  ASSERT_EQ(ParseCommandLine({"rate", "1", "--filters", "d"}, &inv), "");
-  EXPECT_EQ(inv.filter, 3) << "the default shape";
-  ASSERT_EQ(ParseCommandLine({"signal", "1", "--code-rate=0x9", "--coding", "17"}, &inv), "");
-  EXPECT_TRUE(inv.code_rate == 9 && inv.coding == 17);
-  ASSERT_EQ(ParseCommandLine({"status", "--watch", "0.25", "--count", "4"}, &inv), "");
-  EXPECT_TRUE(inv.watch == 0.25 && inv.count == 4);
-}
-
 TEST(SignalType, IndicesAndLabelsInAnyCase) {
   for (unsigned i = 0; i < 22; ++i) {
     uint8_t index = 99;

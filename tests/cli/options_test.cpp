@@ -24,11 +24,7 @@ Invocation Parse(const Args& args) {
 // are arguments.
 // An index beyond the table is the library's to refuse, not the parser's.
 TEST(ParseCommandLine, GlobalOptionsGoBeforeOrAfterTheCommand) {
-  const struct {
-    Args args;
-    unsigned board;
-    Args positional;
-  } cases[] = {
+  const struct { Args args; unsigned board; Args positional; } cases[] = {
       {{"peek", "0x8000", "-b", "3"}, 3, {"0x8000"}},   {{"peek", "--board", "0x7F", "1"}, 127, {"1"}},
       {{"--board=255", "peek", "1"}, 255, {"1"}},       {{"-b7", "peek", "1"}, 7, {"1"}},
       {{"-b", "1", "-b", "2", "peek", "1"}, 2, {"1"}},  {{"poke", "--", "-b", "5"}, 0, {"-b", "5"}},
@@ -42,13 +38,19 @@ TEST(ParseCommandLine, GlobalOptionsGoBeforeOrAfterTheCommand) {
   }
 }
 
-// The first '=' of --sim separates key and value; a command option marks itself given.
+// The first '=' of --sim separates key and value; a command option marks itself given; the
+// receiver's step options take their values.
 TEST(ParseCommandLine, OptionsWithValuesAndFlags) {
   const Invocation inv = Parse({"--sim=reg.0x8000=0x5=x", "peek", "0", "--count", "0x10", "-h"});
   ASSERT_EQ(inv.sim.size(), 1u);
   EXPECT_EQ(inv.sim[0].key + "|" + inv.sim[0].value, "reg.0x8000|0x5=x");
   EXPECT_TRUE(inv.count == 16 && inv.options_given == kOptCount && inv.help);
   EXPECT_EQ(Parse({"peek", "0"}).options_given, 0u);
+  EXPECT_EQ(Parse({"rate", "1", "--filters", "d"}).filter, 3) << "the default shape";
+  const Invocation signal = Parse({"signal", "1", "--code-rate=0x9", "--coding", "17"});
+  EXPECT_TRUE(signal.code_rate == 9 && signal.coding == 17);
+  const Invocation status = Parse({"status", "--watch", "0.25", "--count", "4"});
+  EXPECT_TRUE(status.watch == 0.25 && status.count == 4);
 }
 
 // Channels in the order given, repeats dropped.
@@ -79,6 +81,9 @@ TEST(ParseCommandLine, RefusesMalformedLines) {
       {{"capture", "-c", "256"}, "invalid channel list"},
       {{"capture", "--seconds", "0"}, "invalid duration '0'"},
       {{"capture", "--rate", "fast"}, "invalid rate 'fast'"},
+      {{"signal", "1", "--code-rate", "256"}, "invalid code-rate index '256'"},
+      {{"rate", "1", "--filters", "d", "--filter", "x"}, "invalid filter index 'x'"},
+      {{"status", "--watch", "0"}, "invalid duration '0'"},
   };
   for (const auto& [args, error_part] : cases) {
     Invocation inv;

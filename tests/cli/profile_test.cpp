@@ -66,9 +66,7 @@ TEST(ParseProfile, EveryKeyLandsWhereItsStepReadsIt) {
 // The profile's directory, an absolute path, and the samples directory, moved by its key.
 TEST(ParseProfile, RelativePathsAreTheProfiles) {
   const std::string absolute = fs::absolute("abs").string();
-  const struct {
-    std::string samples_key, value, resolved;
-  } cases[] = {
+  const struct { std::string samples_key, value, resolved; } cases[] = {
       {"", "t", In("prof", "t")},
       {"", absolute, absolute},
       {"", "$samples", "S"},

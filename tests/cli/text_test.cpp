@@ -51,12 +51,7 @@ TEST(LibraryText, ConvertsAndDropsTheTrailingLineEnd) {
 
 // A refused text leaves the output alone; leading zeros never overflow.
 TEST(ParseUnsigned, AcceptsDecimalAndHexWithinRange) {
-  const struct {
-    const char* text;
-    uint64_t max;
-    bool ok;
-    uint64_t value;
-  } cases[] = {
+  const struct { const char* text; uint64_t max; bool ok; uint64_t value; } cases[] = {
       {"256", 255, false, 0}, {"0XfF", 255, true, 255}, {"0x100", 255, false, 0},
       {"0x0000000000000000000001", 1, true, 1}, {"18446744073709551616", UINT64_MAX, false, 0},
   };

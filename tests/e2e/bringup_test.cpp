@@ -1,9 +1,11 @@
 // A board brought up on the virtual board through the real binding and trapped register
-// access: what the board's register trace shows, how a bring-up failure reads, and what stays
-// open afterwards.
+// access: what the board's register trace shows, how a bring-up failure reads, what stays open
+// afterwards, and an FPGA reset time-out in wall time.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -104,6 +106,26 @@ TEST_F(VirtualBoardTest, AFailedBarMapIsKeptUntilRelease) {
   EXPECT_EQ(Get("open") + Get("memory_mapped") + Get("bar_mapped"), "000");
   PortAccess after{0x8000, 0};
   EXPECT_EQ(_devinp(&board0, &after), 1) << "the exports find no board";
+}
+
+// The register sequence of a load is the unit tests'; here the pauses are the system's.
+TEST_F(VirtualBoardTest, FpgaResetNeverAcknowledgedAnswersThreeAfterAboutOnePointOneSeconds) {
+  ASSERT_EQ(CreateDeviceInstance(&board0), 0) << GetErrorMessage();
+  std::ofstream("e2e_five.bin", std::ios::binary).write("\1\2\3\4\5", 5);
+  ASSERT_EQ(zsim_set(0, "fpga.dem.ack", "never"), 0);
+  ASSERT_EQ(zsim_set(0, "trace.max", "1"), 0);   // a second of polls need not be kept
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(FPGALoad(&board0, "dem", "e2e_five.bin"), 3);
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  EXPECT_GE(seconds, 1.09);
+  EXPECT_LT(seconds, 2.5);
+  EXPECT_STREQ(GetErrorMessage(),
+               "FPGALoad [0]: \"dem\" - ПЛИС не сбросилась. Превышен таймаут ожидания  1000 мс\n");
+  EXPECT_EQ(Get("fpga.dem.state"), "configuring") << "left in configuration reset";
+  zsim_access last{};
+  ASSERT_GT(zsim_trace(0, &last, 1), 1000u);   // copies the one entry kept: the newest
+  EXPECT_TRUE(!last.write && last.addr == 0x10) << "nothing was written after the polls";
 }
 
 }  // namespace

@@ -48,12 +48,7 @@ class Registry : public ::testing::Test {
 };
 
 TEST_F(Registry, ReadsValuesThatFitAndRefusesLongerOnes) {
-  const struct {
-    const char* stem;
-    Bytes bytes;
-    uint32_t room;
-    const char* read;
-  } cases[] = {
+  const struct { const char* stem; Bytes bytes; uint32_t room; const char* read; } cases[] = {
       {"dword", {'x', 'V', '4', 0x12}, 4, "xV4\x12"},
       {"shorter", {'a', 'b', 'c'}, 16, "abc"},
       {"empty", {}, 4, ""},

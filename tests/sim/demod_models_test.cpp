@@ -1,10 +1,9 @@
-// The demodulator blocks as the library drives them: the loops locking (or not) on the signal
-// the board sees, read back through the library's own formulas; the decimations learnt from
-// the rate words; the iso converter's serial set-up; filter taps and the packing table.
+// The demodulator's loops as the library drives them: locking (or not) on the signal the board
+// sees, read back through the library's own formulas, on either path, with the faults and on the
+// simulator's signal; keys of other shapes. (The decimations, the iso converter, filter taps and
+// the packing table as the model decodes them, the library's unit and end-to-end tests read
+// back.)
 #include <cmath>
-#include <cstdlib>
-#include <initializer_list>
-#include <memory>
 #include <string>
 
 #include "sim_test_util.h"
@@ -16,9 +15,8 @@ constexpr double kFs = 560e6 / 3;   // no S synthesizer load: the board's usual 
 constexpr double kTwoTo26 = 67108864.0, kTwoTo32 = 4294967296.0;
 constexpr uint32_t kLSynth = 0x4008;
 constexpr uint32_t kNco = 0x8008, kLoop = 0x8010, kOversampling = 0x8018, kRateNco = 0x8020;
-constexpr uint32_t kTap = 0x8028, kNcoRead = 0x802C, kDecimation = 0x8038, kError = 0x803C;
-constexpr uint32_t kPack = 0x8040, kSimCarrier = 0x8060, kSimControl = 0x8064, kDirect = 0x80A0;
-constexpr uint32_t kIsoWord = 0x8100, kIsoControl = 0x8104, kIsoData = 0x8108;
+constexpr uint32_t kNcoRead = 0x802C, kDecimation = 0x8038, kError = 0x803C;
+constexpr uint32_t kSimCarrier = 0x8060, kSimControl = 0x8064, kDirect = 0x80A0;
 constexpr uint32_t kLevels = kRateNco;   // the same word, read
 
 // The library's carrier NCO word for a digital frequency.
@@ -27,20 +25,8 @@ uint32_t NcoWord(double hz) {
   return uint32_t(uint64_t(word < 0 ? word + kTwoTo32 : word));
 }
 
-double Number(const std::string& text) { return std::strtod(text.c_str(), nullptr); }
-
 class DemodModels : public PortTest {
  protected:
-  void Set(const char* key, const std::string& value) {
-    ASSERT_EQ(zsim_set(0, key, value.c_str()), 0) << key;
-  }
-  // Several keys' values, blank-separated.
-  static std::string Keys(std::initializer_list<const char*> keys) {
-    std::string seen;
-    for (const char* key : keys) seen += " " + Get(0, key);
-    return seen.substr(1);
-  }
-
   // The library's rate set-up for a first decimation d and M = 2^log2m.
   void SetRate(double rs, uint32_t d, uint32_t log2m) {
     const uint32_t m = 1u << log2m;
@@ -176,50 +162,6 @@ TEST_F(DemodModels, LockRunsStartOverOnEveryRetuneAndFollowTheFaults) {
   }
 }
 
-// Timing locks only with the signal's rate within the capture range of the nominal rate, and
-// only once the words define a nominal rate at all.
-TEST_F(DemodModels, TimingLocksOnlyWithTheRateInRange) {
-  const struct { const char* rate, *ppm; bool rate_field; const char* seen; } cases[] = {
-      {"10009900", "1000", true, "-- T- T- TC"},
-      {"9990100", "1000", true, "-- T- T- TC"},
-      {"10010100", "1000", true, "-- -- -- --"},
-      {"9989900", "1000", true, "-- -- -- --"},
-      {"10002000", "100", true, "-- -- -- --"},
-      {"10000000", "1000", false, "-- -- -- --"},
-  };
-  for (const auto& c : cases) {
-    Reset();
-    Set("signal.carrier", "70000000"), Set("signal.rate", c.rate);
-    Set("demod.rate_capture_ppm", c.ppm);
-    SetRate(10e6, 16, 0);
-    if (!c.rate_field) Write(kLoop, 7);
-    Write(kNco, NcoWord(70e6));
-    EXPECT_EQ(Poll(4), c.seen) << c.rate << " " << c.ppm;
-    EXPECT_EQ(Get(0, "demod.rate") == "none", !c.rate_field) << c.rate;
-  }
-}
-
-// Every row of the library's decimation table: D and M come back from the words, the nominal
-// rate is the one set, and a locked loop reads back the signal's rate through the library's
-// formula with those decimations.
-TEST_F(DemodModels, DecimationsAreLearntFromTheRateWordsAcrossTheRows) {
-  const struct { double rate; uint32_t d, log2m; } cases[] = {
-      {50e6, 2, 0}, {30e6, 4, 0}, {15e6, 8, 0}, {10e6, 16, 0}, {3e6, 32, 0}, {2e6, 32, 1},
-      {1e6, 32, 2}, {100e3, 32, 5}, {5000, 32, 10}, {2000, 32, 11},
-  };
-  for (const auto& c : cases) {
-    Reset();
-    Set("signal.carrier", "70000000"), Set("signal.rate", std::to_string(c.rate * 1.0002));
-    SetRate(c.rate, c.d, c.log2m);
-    Write(kNco, NcoWord(70e6));
-    EXPECT_EQ(Keys({"demod.decimation", "demod.m"}),
-              std::to_string(c.d) + " " + std::to_string(1u << c.log2m)) << c.rate;
-    EXPECT_NEAR(Number(Get(0, "demod.rate")), c.rate, c.rate * 1e-6) << c.rate;
-    EXPECT_EQ(Poll(4), "-- T- T- TC") << c.rate;
-    EXPECT_NEAR(MeasuredRate(c.d, 1u << c.log2m), c.rate * 1.0002, c.rate * 2e-6) << c.rate;
-  }
-}
-
 // The simulator's test signal replaces the external one while it runs, whatever the keys say.
 TEST_F(DemodModels, SimulatorSignalIsWhatTheDemodulatorSeesWhileItRuns) {
   Set("signal.present", "0");
@@ -238,38 +180,16 @@ TEST_F(DemodModels, SimulatorSignalIsWhatTheDemodulatorSeesWhileItRuns) {
   EXPECT_EQ(Read(kNcoRead), 0x10000000u);
 }
 
-// The library's set-up of a 20 MHz output clock: three transactions, then the strobes and the
-// final control word with the exponent 2. A garbled transaction changes nothing.
-TEST_F(DemodModels, IsoConverterDecodesTheSerialSetUp) {
-  auto transaction = [this](uint32_t command, uint32_t data, int bits) {
-    Write(kIsoControl, 0x201);
-    for (int i = 7; i >= 0; --i) Write(kIsoData, command >> i & 1);
-    for (int i = bits - 1; i >= 0; --i) Write(kIsoData, 0xFFFFFFFE | (data >> i & 1));
-    Write(kIsoControl, 0x200);
-  };
-  Write(kIsoData, 1);   // outside a transaction: not a bit
-  Write(kIsoWord, 0x0DB6DB6E);
-  transaction(0x00, 0x22, 8);
-  transaction(0x01, 0x900000, 24);
-  transaction(0x04, 0x0DB6DB6E, 32);
-  transaction(0x00, 0x5, 4);
-  for (uint32_t control : {0x202u, 0x204u, 0x280u}) Write(kIsoControl, control);
-  EXPECT_EQ(Keys({"iso.reg.0", "iso.reg.1", "iso.reg.4", "iso.transactions", "iso.exponent",
-                  "iso.control"}),
-            "0x00000022 0x00900000 0x0DB6DB6E 3 2 0x00000280");
-  EXPECT_NEAR(Number(Get(0, "iso.frequency")), 20e6, 1);
-  EXPECT_EQ(Keys({"iso.word", "iso.reg.2"}), "0x0DB6DB6E none");
-}
-
 // Keys of other shapes than a plain number: the loading gauge (read through DEM word 14,
-// whose writes are the demodulator's) and the signal's real numbers.
-TEST_F(DemodModels, SignedAndRealKeysParseWholeStringsOnly) {
+// whose writes are the demodulator's), the signal's real numbers, and a command key.
+TEST_F(DemodModels, SignedRealAndCommandKeysParseWholeStringsOnly) {
   const struct { const char* key, *value; int result; const char* shown; } cases[] = {
       {"iso.loading", "-32768", 0, "-32768"}, {"iso.loading", "32768", 2, "0"},
       {"iso.loading", "0x10", 2, "0"},        {"signal.carrier", "1.5e9", 0, "1500000000.00"},
       {"signal.carrier", "12abc", 2, "1200025000.00"},
       {"signal.carrier", "nan", 2, "1200025000.00"},
       {"signal.carrier", "1e400", 2, "1200025000.00"}, {"signal.level", "-40.5", 0, "-40.50"},
+      {"pack.clear", "2", 2, "0"},            {"pack.clear", "1", 0, "0"},
   };
   for (const auto& c : cases) {
     Reset();
@@ -280,25 +200,6 @@ TEST_F(DemodModels, SignedAndRealKeysParseWholeStringsOnly) {
   Write(kDecimation, 0x20003);
   EXPECT_EQ(Read(kDecimation), 0xFFFEu);
   EXPECT_EQ(Get(0, "demod.m"), "4");
-}
-
-// A 300-tap load wraps the 8-bit tap field without starting over; a tap 0 then does.
-TEST_F(DemodModels, FilterTapsKeepTheCurrentLoadAcrossTheTapFieldWrap) {
-  for (uint32_t k = 0; k < 300; ++k) Write(kTap, ((k * 37 - 5000) & 0x3FFF) | k << 16 | 3u << 24);
-  EXPECT_EQ(Keys({"filter.taps", "filter.loads", "filter.shift", "filter.tap.0", "filter.tap.256",
-                  "filter.tap.299", "filter.tap.300"}),
-            "300 1 3 -5000 4472 6063 none");
-  for (uint32_t value : {0x2000u, 0x1FFFu | 1u << 16}) Write(kTap, value);
-  EXPECT_EQ(Keys({"filter.taps", "filter.loads", "filter.shift", "filter.tap.0", "filter.tap.1"}),
-            "2 2 0 -8192 8191");
-}
-
-TEST_F(DemodModels, PackTableWordsAndTheirCrcUntilCleared) {
-  // "123456789abc" as little-endian words
-  for (uint32_t word : {0x34333231u, 0x38373635u, 0x63626139u}) Write(kPack, word);
-  EXPECT_EQ(Keys({"pack.words", "pack.crc"}), "3 0xBDB0C0E4");
-  Set("pack.clear", "1");
-  EXPECT_EQ(Keys({"pack.words", "pack.crc"}), "0 0x00000000");
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -38,6 +39,15 @@ using tvx::test::TempDir;
 inline std::string Get(unsigned board, const char* key) {
   const char* text = zsim_get(board, key);
   return text ? text : "<null>";
+}
+inline void Set(const char* key, const std::string& value) {
+  ASSERT_EQ(zsim_set(0, key, value.c_str()), 0) << key << "=" << value;
+}
+// Several keys' values of board 0, blank-separated.
+inline std::string Keys(std::initializer_list<const char*> keys) {
+  std::string seen;
+  for (const char* key : keys) seen += " " + Get(0, key);
+  return seen.substr(1);
 }
 
 // Every test starts from a board at its defaults, with the driver's service key absent: on

@@ -54,9 +54,10 @@ TEST_F(BringUpOrderTest, ModulesAreBuiltInTheirOrder) {
 // The fitted type is detected from the EEPROM; type 5 switches the clock for the synthesizer
 // and every module after it; the fractional-N kinds are configured in their mode first.
 TEST_F(BringUpOrderTest, TheConvertorAndClockFollowTheFittedType) {
-  const struct { uint8_t type; double clock; const char* s_frequency, *register_6; } cases[] = {{2, 560e6 / 3, "186666666.67", "none"},
-               {4, 560e6 / 3, "186666666.67", "0x002003CA"},
-               {5, 2.8e8, "280000000.00", "0x00200B4A"}};
+  const struct { uint8_t type; double clock; const char* s_frequency, *register_6; } cases[] = {
+      {2, 560e6 / 3, "186666666.67 N 112", "none"},
+      {4, 560e6 / 3, "186666666.67 N 112", "0x002003CA"},
+      {5, 2.8e8, "280000000.00 N 168", "0x00200B4A"}};
   for (const auto& c : cases) {
     model.Reset();
     Set("lconv.type", std::to_string(c.type));
@@ -66,7 +67,7 @@ TEST_F(BringUpOrderTest, TheConvertorAndClockFollowTheFittedType) {
     EXPECT_EQ(type, c.type);
     EXPECT_EQ(SampleClock, c.clock) << int(c.type);
     EXPECT_EQ(board()->Get<cSimulator>(Slot::Simulator)->reference_clock(), c.clock);
-    EXPECT_EQ(Get("synth.s.frequency") + " " + Get("synth.l.reg.6"),
+    EXPECT_EQ(Get("synth.s.frequency") + " N " + Get("synth.s.n") + " " + Get("synth.l.reg.6"),
               std::string(c.s_frequency) + " " + c.register_6);
     ReleaseDeviceInstance(&id);
   }

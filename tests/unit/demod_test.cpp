@@ -307,6 +307,7 @@ TEST_F(DemodTest, FilterLoadsHalfTheFileOfTheDecimation) {
   const uint32_t s = 2u << 24;
   EXPECT_EQ(Written(kTap), (std::vector<uint32_t>{0x0333 | s, 0x3CCE | 1u << 16 | s,
                                                   0x3001 | 2u << 16 | s, 0x2000 | 3u << 16 | s}));
+  EXPECT_EQ(Get("filter.tap.1"), "-818") << "the board takes the 14-bit value as signed";
   ASSERT_EQ(Rate(5e6), 0);   // D 32: shift 3
   model.ClearTrace();
   Coefficients("nf40d_32.dat", {0.25, 0.5});
@@ -362,6 +363,7 @@ TEST_F(DemodTest, IsoConverterSetUp) {
   transaction(0x04, 0x0DB6DB6E, 32);
   for (uint32_t v : {4u, 0u, 0x280u}) want.push_back(W(kIsoControl, v));
   EXPECT_EQ(model.Trace(), want);
+  EXPECT_EQ(Get("iso.reg.1"), "0x00900000") << "the board decoded the serial transaction";
   EXPECT_EQ(clock.ms(), (std::vector<uint32_t>{10, 10}));
 }
 

@@ -1,5 +1,6 @@
-// The file holder and the loaders' buffer: opening, sizes past 4 GiB, short reads, number
-// scanning with a capacity, and the counters the loader tests rely on to find leaks.
+// The file holder: what opens, a size that cannot be known, and number scanning with a
+// capacity. (Sizes past 2 GiB, short reads, the loaders' buffer and its counters are the
+// loaders' tests': their fixture checks the counters after every case.)
 #include <cstring>
 
 #include "demod/file_data.h"
@@ -57,30 +58,6 @@ TEST(FileData, ContentBehindAZeroLengthIsAnUnknownSize) {
   EXPECT_EQ(generated.Size(), kUnknownSize);
 }
 
-// Each read starts at the beginning and reads no more than the file holds. Sizes beyond
-// 2 GiB (a 32-bit `long` on Windows) come out whole.
-TEST(FileData, SizeAndReadFromTheStart) {
-  Files files;
-  Binary holder(files.Write("five.bin", Bytes({1, 2, 3, 4, 5})).c_str(), "rb");
-  ASSERT_TRUE(holder.is_open());
-  unsigned char buffer[8] = {};
-  const uint64_t three = 3, ten = 10;
-  EXPECT_EQ(holder.Read(buffer, &three), 3u);
-  EXPECT_EQ(holder.Size(), 5u);
-  EXPECT_EQ(holder.Read(buffer, &ten), 5u);
-  EXPECT_EQ(std::vector<uint8_t>(buffer, buffer + 6), Bytes({1, 2, 3, 4, 5, 0}));
-  EXPECT_EQ(holder.Read(buffer, nullptr), 0u);
-  EXPECT_EQ(holder.Read(nullptr, &three), 0u);
-  holder.Close();
-  holder.Close();
-  EXPECT_EQ(holder.Size(), 0u);
-  EXPECT_EQ(file_data::OpenHolders(), 0);
-
-  const uint64_t size = (uint64_t{5} << 30) + 3;
-  Binary huge(files.Sparse("huge.bin", size).c_str(), "rb");
-  EXPECT_EQ(huge.Size(), size);
-}
-
 TEST(FileData, ReadValuesStopsAtTheFirstNonNumberAndAtTheCapacity) {
   Files files;
   const struct {
@@ -107,40 +84,6 @@ TEST(FileData, ReadValuesStopsAtTheFirstNonNumberAndAtTheCapacity) {
     EXPECT_EQ(holder.more_values(), c.more);
     EXPECT_EQ(holder.ReadValues(buffer.data(), "%le", c.capacity), count) << "starts over";
   }
-}
-
-std::vector<uint64_t> requests;
-bool Record(uint64_t bytes) {
-  requests.push_back(bytes);
-  return bytes < 100;
-}
-
-TEST(LoadBuffer, ZeroedCountedAndBounded) {
-  {
-    LoadBuffer<uint32_t> first;
-    ASSERT_TRUE(first.Allocate(64));
-    std::memset(first.data(), 0xAB, 64 * sizeof(uint32_t));
-    EXPECT_EQ(file_data::LiveBuffers(), 1);
-  }
-  EXPECT_EQ(file_data::LiveBuffers(), 0);
-  LoadBuffer<uint32_t> again;
-  ASSERT_TRUE(again.Allocate(64));
-  for (int i = 0; i < 64; ++i) ASSERT_EQ(again.data()[i], 0u) << i;
-  ASSERT_TRUE(again.Allocate(0)) << "an empty file needs no memory";
-  EXPECT_EQ(again.data(), nullptr);
-  EXPECT_EQ(file_data::LiveBuffers(), 0);
-  EXPECT_FALSE(again.Allocate(kMaxLoadBytes / 4 + 1));
-  EXPECT_FALSE(again.Allocate(~uint64_t{0}));
-
-  requests.clear();
-  file_data::InstallAllocationHook(Record);
-  LoadBuffer<uint16_t> small;
-  EXPECT_TRUE(small.Allocate(49));
-  EXPECT_FALSE(small.Allocate(50));
-  EXPECT_EQ(small.data(), nullptr) << "a failed allocation leaves nothing behind";
-  EXPECT_EQ(requests, (std::vector<uint64_t>{98, 100}));
-  file_data::InstallAllocationHook(nullptr);
-  EXPECT_EQ(file_data::LiveBuffers(), 0);
 }
 
 }  // namespace

@@ -29,6 +29,7 @@ TEST_F(I2cTest, ThePrescalerIsProgrammedOnceForTheWholeProcess) {
   ASSERT_FALSE(I2cPrescalerProgrammed());
   ASSERT_EQ(CreateDeviceInstance(&id), 0);
   EXPECT_EQ(ControllerSetup(model.Trace()), Programmed(82));
+  EXPECT_EQ(Get("i2c.prescaler"), "82");
   EXPECT_TRUE(I2cPrescalerProgrammed());
   Restart();
   DeviceId second{1};

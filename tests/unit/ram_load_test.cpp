@@ -11,10 +11,7 @@ using RamLoadTest = LoaderTest;
 // Low byte first; the odd final byte is not written; the mode selects nothing on this board.
 // The module addresses its registers from the block base it was given, not from the DEM base.
 TEST_F(RamLoadTest, WordsGoToTheirAddressesLowByteFirst) {
-  const struct {
-    std::vector<uint8_t> bytes;
-    std::vector<zsim_access> writes;
-  } cases[] = {
+  const struct { std::vector<uint8_t> bytes; std::vector<zsim_access> writes; } cases[] = {
       {Bytes({0x34, 0x12, 0x78, 0x56}),
        {W(0x8000, 0), W(0x8008, 0x1234), W(0x8000, 1), W(0x8008, 0x5678)}},
       {Bytes({1, 2, 3, 4, 5}), {W(0x8000, 0), W(0x8008, 0x0201), W(0x8000, 1), W(0x8008, 0x0403)}},
@@ -41,12 +38,7 @@ TEST_F(RamLoadTest, FailuresAnswerWithTheirTextAndWriteNothing) {
   const std::string five = files.Write("five.bin", Bytes({1, 2, 3, 4, 5}));
   const std::string missing = files.Path("missing.bin");
   const std::string huge = files.Sparse("huge.bin", uint64_t{3} << 30);
-  const struct {
-    const char* file;
-    bool refuse_memory;
-    int32_t code;
-    std::string text;
-  } cases[] = {
+  const struct { const char* file; bool refuse_memory; int32_t code; std::string text; } cases[] = {
       {missing.c_str(), false, -3, "Ошибка открытия файла " + missing},
       {five.c_str(), true, -3, "Ошибка выделения 5 байт памяти"},
       {huge.c_str(), false, -3, "Ошибка выделения 3221225472 байт памяти"},

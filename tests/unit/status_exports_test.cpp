@@ -91,6 +91,7 @@ TEST_F(StatusTest, EqualizerTapsAndCount) {
     ASSERT_EQ(EQGetCoeff(&id, &out), 0);
     EXPECT_EQ(out.Count, r.taps);
   }
+  EXPECT_EQ(Get("eq.tap.12"), "0x00C 0xFFC") << "the board decoded the write layout";
   EqCoefficients in{1, first, second};
   ASSERT_EQ(EQManualCoeffLoad(&id, &in), 0);
   Force(kEqRead, 0xABC00DE0);
