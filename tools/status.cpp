@@ -143,7 +143,7 @@ std::vector<std::string> StatusLines(const StatusSnapshot& snap) {
 }
 
 Json StatusJson(const StatusSnapshot& snap) {
-  Json json = Json::Object();
+  Json json = Json::object();
   const auto lock = [&snap](bool has_threshold, uint32_t bit) {
     return snap.word && has_threshold ? Json((*snap.word & bit) != 0) : Json();
   };
@@ -159,9 +159,9 @@ Json StatusJson(const StatusSnapshot& snap) {
   json["status_word"] = snap.word;
   json["iq_channel"] = bit(kIqChannelBit);
   json["demodulated_data_channel"] = bit(kDmdChannelBit);
-  Json& gains = json["gains"] = Json::Array();
+  Json& gains = json["gains"] = Json::array();
   for (const auto& g : snap.gains) {
-    Json& channel = gains.Push(Json());
+    Json& channel = gains.emplace_back(Json());
     if (!g) continue;
     channel["attenuator_code"] = g->attenuatorCode;
     channel["attenuation_db"] = g->attenuation;
