@@ -63,6 +63,9 @@ def test_gains_equalizer_demultiplexer_and_fpga_reach_the_board(board):
      "ReadChannelData [0] ChannelID 17: NULL-объект или NULL-параметр"),
     (lambda b: torvixe.Board(200), 1, "CreateDeviceInstance",
      "CreateDeviceInstance [200]: NULL-объект или NULL-параметр"),
+    # Results the library gives without a text: not the last failure's text again.
+    (lambda b: b.load_dmpx("no_such.bin"), 1, "DMPXLoad", "the library gives no text for this result"),
+    (lambda b: b.peek(0x40000000), 5, "_devinp", "the library gives no text for this result"),
 ])
 def test_a_failure_raises_the_code_and_the_librarys_text(board, action, code, function, text):
     with pytest.raises(torvixe.Error) as raised:

@@ -187,7 +187,10 @@ SILENT_RESULTS = {
     ("ReadChannelData", -4): "timed out waiting for data",
     ("ReadChannelData", 3): "the channel's events or buffer map could not be set up",
 }
-SILENT_EXPORTS = {"DMPXLoad", "SimulatorLoad", "CircuitReset", "_devinp", "_devoutp"}
+# Exports that return their module's (or the register access's) own code with no text, and the
+# codes of theirs that do come with one (the null path; a device that is not open).
+SILENT_EXPORTS = {"DMPXLoad": {-1}, "SimulatorLoad": {-1}, "CircuitReset": {-1},
+                  "_devinp": {1, 2}, "_devoutp": {1, 2}}
 
 
 def text(raw):
@@ -277,6 +280,6 @@ def call(name, *arguments):
 
 def failure(name, code, bytes_read=None):
     meaning = SILENT_RESULTS.get((name, code))
-    if meaning is None and name in SILENT_EXPORTS:
+    if meaning is None and code not in SILENT_EXPORTS.get(name, {code}):
         meaning = "the library gives no text for this result"
     return Error(code, name, meaning or message(), bytes_read)
