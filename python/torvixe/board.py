@@ -498,6 +498,8 @@ class Board:
             if _word(nbytes, "nbytes") > size:
                 raise ValueError(f"nbytes {nbytes} is more than the buffer's {size} bytes")
             size = nbytes
+        elif size > 0xFFFFFFFF:
+            raise ValueError("one read takes at most 4294967295 bytes: give nbytes")
         timeout = 0xFFFFFFFF if timeout_ms is None else _word(timeout_ms, "timeout_ms")
         if not self._open:
             raise ValueError(f"board {self.index} is closed")
