@@ -252,6 +252,12 @@ def library():
                     continue
                 _declare(handle)
                 _loaded = (handle, name)
+                # Windows looks for zarimio.dll beside the program (python.exe), not beside
+                # torvixe.dll: one already loaded is the one it takes, so an IO library that
+                # sits beside the library is loaded first.
+                beside = Path(name).parent / BOARD_LIBRARY_NAME
+                if WINDOWS and os.path.isabs(name) and beside.exists():
+                    _loaded += (ctypes.CDLL(str(beside)),)
                 break
             else:
                 raise OSError("the torvixe library was not found (set TORVIXE_LIBRARY to "
