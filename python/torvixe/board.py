@@ -13,7 +13,7 @@ from ctypes import byref, c_char, c_double, c_float, c_uint8, c_uint16, c_uint32
 import numpy as np
 
 from . import _library as L
-from ._library import Error, call, encode_path, text
+from ._library import call, encode_path, text
 
 # The signal types by index, as SetSignalType takes them.
 SIGNAL_TYPES = ("BPSK", "QPSK", "OQPSK", "8PSK", "8QAM", "16QAM", "32QAM", "64QAM", "BPSK_P2",
