@@ -260,7 +260,7 @@ void ShowDriverParameters(Session& s) {
   BufferMap map{};
   MasterGetBuffers(s.id(), &map);
   const uint64_t expected = uint64_t(in_force.channel_count) * in_force.buffers_per_channel;
-  facts["descriptors_mapped"] = map.DescriptorCount;
+  facts["descriptors_mapped"] = uint32_t{map.DescriptorCount};   // copied out of the packed record
   facts["descriptors_expected"] = expected;
   std::printf("  DMA descriptors mapped: %u (%u channels x %u buffers expected)\n",
               unsigned(map.DescriptorCount), in_force.channel_count, in_force.buffers_per_channel);
