@@ -1,4 +1,4 @@
-# Install rules, in five components so that a package or a partial install takes what it needs:
+# Install rules, in six components so that a package or a partial install takes what it needs:
 #   runtime       the library (Linux: libtorvixe.so.1.0.0 and its SONAME link; Windows: the DLL)
 #   dev           header, the libtorvixe.so link or the import library and .def, CMake package,
 #                 pkg-config file
@@ -6,6 +6,7 @@
 #   virtualboard  libzarimio / zarimio.dll, its control headers, the sample FPGA images and
 #                 demodulator files: a hardware installation leaves it out and gets the vendor's
 #   docs          README.md and docs/*.md
+#   python        the Python package torvixe (pure Python over ctypes) and its example
 # Included from the top-level CMakeLists.txt after every installed target is defined.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -63,6 +64,15 @@ install(FILES sim/include/zarimsim.h sim/include/zarimsim_payload.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT virtualboard)
 install(DIRECTORY ${TVX_SAMPLES_DIR}/ DESTINATION ${CMAKE_INSTALL_DATADIR}/torvixe/samples
   COMPONENT virtualboard)
+
+# Pure Python, so one copy serves every Python 3, in the directory Debian's python3 searches
+# under /usr (elsewhere it goes on PYTHONPATH). It finds the library from its own place:
+# lib/libtorvixe.so.1 (Linux) or bin/torvixe.dll (Windows) under the same prefix.
+set(TVX_PYTHON_DIR lib/python3/dist-packages)
+install(DIRECTORY python/torvixe DESTINATION ${TVX_PYTHON_DIR} COMPONENT python
+  FILES_MATCHING PATTERN "*.py" PATTERN "__pycache__" EXCLUDE)
+install(PROGRAMS python/examples/receive.py DESTINATION ${CMAKE_INSTALL_DATADIR}/torvixe/examples
+  COMPONENT python)
 
 file(GLOB TVX_DOC_FILES CONFIGURE_DEPENDS docs/*.md)
 install(FILES README.md ${TVX_DOC_FILES} DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT docs)

@@ -1,11 +1,12 @@
 # CPack: `cpack` in a build directory. Linux: one Debian package per install component
-# (torvixe, torvixe-dev, torvixe-cli, torvixe-virtualboard, torvixe-doc). Windows: one ZIP
+# (torvixe, torvixe-dev, torvixe-cli, torvixe-virtualboard, torvixe-doc, python3-torvixe).
+# Windows: one ZIP
 # holding every component.
 set(CPACK_PACKAGE_NAME torvixe)
 set(CPACK_PACKAGE_VENDOR "torvixe project")
 set(CPACK_PACKAGE_CONTACT "torvixe maintainers <torvixe@example.org>")
 set(CPACK_PACKAGE_INSTALL_DIRECTORY torvixe)
-set(CPACK_COMPONENTS_ALL runtime dev cli virtualboard docs)
+set(CPACK_COMPONENTS_ALL runtime dev cli virtualboard docs python)
 set(CPACK_STRIP_FILES ON)
 
 # First line: the Debian synopsis of the component's package; the rest its long description.
@@ -25,7 +26,11 @@ applications run without hardware; its control headers for test rigs, and sample
 images and demodulator files. Not for machines with the real board.")
 set(CPACK_COMPONENT_DOCS_DESCRIPTION "torvixe documentation
 The architecture, the virtual board's configuration keys and the CLI's commands.")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION "Python 3 package for the torvixe library
+The torvixe module: boards as Python objects over the library through ctypes, data channels
+read into numpy arrays, and the virtual board's control interface for test rigs.")
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+set(CPACK_COMPONENT_PYTHON_DEPENDS runtime)
 set(CPACK_COMPONENT_CLI_DEPENDS runtime)
 set(CPACK_COMPONENT_VIRTUALBOARD_DEPENDS runtime)
 
@@ -52,6 +57,11 @@ else()
   set(CPACK_DEBIAN_DOCS_PACKAGE_NAME torvixe-doc)
   set(CPACK_DEBIAN_DOCS_PACKAGE_SECTION doc)
   set(CPACK_DEBIAN_DOCS_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-torvixe)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3, python3-numpy")
+  set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS torvixe-virtualboard)
   # The C and C++ runtime versions come from dpkg-shlibdeps (CPack runs it with `file`) when
   # both are there; it looks for libtorvixe.so.1 (needed by the CLI, packaged separately) in
   # the build tree.

@@ -122,16 +122,16 @@ std::string SummaryLine(unsigned channel, const ChannelTally& tally, double seco
 }
 
 Json ChannelJson(unsigned channel, const ChannelTally& tally, double seconds, bool verify) {
-  Json json = Json::Object();
+  Json json = Json::object();
   json["channel"] = channel;
   json["bytes"] = tally.bytes;
   json["megabytes_per_second"] = seconds > 0 ? double(tally.bytes) / 1e6 / seconds : 0.0;
   json["buffers"] = tally.buffers;
   json["lost"] = tally.sequenced ? Json(tally.lost) : Json();
   json["errors"] = verify ? Json(tally.errors) : Json();
-  Json& results = json["results"] = Json::Array();
+  Json& results = json["results"] = Json::array();
   for (const auto& [result, times] : tally.results) {
-    Json& entry = results.Push(Json::Object());
+    Json& entry = results.emplace_back(Json::object());
     entry["result"] = result;
     entry["count"] = times;
   }
@@ -244,16 +244,16 @@ int Capture(Session& s, CaptureTotals* totals) {
 
   int status = kExitOk;
   if (interrupted) std::printf("interrupted after %.2f s\n", seconds);
-  Json& facts = s.json()["capture"] = Json::Object();
+  Json& facts = s.json()["capture"] = Json::object();
   facts["seconds"] = seconds;
   facts["interrupted"] = interrupted.load();
   facts["verified"] = inv.verify;
-  Json& list = facts["channels"] = Json::Array();
+  Json& list = facts["channels"] = Json::array();
   for (const auto& r : readers) {
     if (r->file) std::fclose(r->file);
     const ChannelTally& t = r->tally;
     std::printf("%s\n", SummaryLine(r->channel, t, seconds, inv.verify).c_str());
-    list.Push(ChannelJson(r->channel, t, seconds, inv.verify));
+    list.emplace_back(ChannelJson(r->channel, t, seconds, inv.verify));
     if (totals != nullptr) {
       ++totals->channels;
       totals->bytes += t.bytes;

@@ -57,7 +57,7 @@ void BringUpForRawAccess(Session& s) {
 
 int RunList(Session& s) {
   const uint32_t count = DeviceSupportedCount();
-  Json& devices = s.json()["devices"] = Json::Array();
+  Json& devices = s.json()["devices"] = Json::array();
   if (count == 0) {
     std::printf("no devices found (Windows: the driver's device interfaces; Linux: the entries "
                 "of $TORVIXE_DEVICES, default /sys/class/zarim)\n");
@@ -68,7 +68,7 @@ int RunList(Session& s) {
       DeviceId id{static_cast<uint8_t>(i)};
       const std::string path = LibraryText(GetFullDeviceName(&id));
       std::printf("  %3u  %s\n", i, path.empty() ? "(no device path)" : path.c_str());
-      Json& device = devices.Push(Json::Object());
+      Json& device = devices.emplace_back(Json::object());
       device["index"] = i;
       device["path"] = path.empty() ? Json() : Json(path);
     }
@@ -112,7 +112,7 @@ using FieldFailed = std::function<void(const std::string& field, const std::stri
 
 void ShowIdentity(Session& s, const FieldFailed& failed) {
   char text[32] = {};
-  Json& module = s.json()["module"] = Json::Object();
+  Json& module = s.json()["module"] = Json::object();
   AddNulls(module, {"serial_number", "version"});
   if (GetModuleSerialNumber(s.id(), text) == 0) {
     std::printf("module serial number: %s\n", text);
@@ -138,7 +138,7 @@ void ShowLConvertorIdentity(Session& s, const FieldFailed& failed) {
   const int32_t version_code = GetLConvertorVersion(s.id(), version);
   const std::string version_text = LastLibraryText();
   // One source for both: the two calls ask the same convertor object.
-  Json& facts = s.json()["lconvertor"] = Json::Object();
+  Json& facts = s.json()["lconvertor"] = Json::object();
   AddNulls(facts, {"serial_number", "version"});
   facts["source"] = serial_code == -2 ? "not supported" : serial_code == 0 ? "library" : Json();
   auto show = [&](const char* field, const char* key, int32_t code, const char* value,
@@ -195,7 +195,7 @@ void ShowLConvertorIdentity(Session& s, const FieldFailed& failed) {
 
 void ShowTemperatures(Session& s, const FieldFailed& failed) {
   float celsius = 0;
-  Json& facts = s.json()["temperatures"] = Json::Object();
+  Json& facts = s.json()["temperatures"] = Json::object();
   AddNulls(facts, {"pcb_celsius", "fpga_celsius"});
   if (GetPCBTemperature(s.id(), &celsius) == 0) {
     std::printf("PCB temperature: %.2f °C\n", static_cast<double>(celsius));
@@ -221,7 +221,7 @@ void ShowDriverParameters(Session& s) {
   const DriverParameters in_force = ReadDriverParameters(kDriverService);
   os::RegistryKey* key = os::OpenRegistryKey(path);
   std::printf("driver parameters (%s%s):\n", path, key ? "" : ", key absent");
-  Json& facts = s.json()["driver_parameters"] = Json::Object();
+  Json& facts = s.json()["driver_parameters"] = Json::object();
   facts["key"] = LibraryText(path);
   facts["key_present"] = key != nullptr;
   const struct {
@@ -238,7 +238,7 @@ void ShowDriverParameters(Session& s) {
     const bool present = key && os::QueryRegistryValue(key, v.name, bytes, &size);
     uint32_t value = 0;
     std::string read = present ? std::to_string(size) + " bytes (not a 4-byte value)" : "not set";
-    Json& fact = facts[v.name] = Json::Object();
+    Json& fact = facts[v.name] = Json::object();
     AddNulls(fact, {"read", "value_bytes"});
     if (present) fact["value_bytes"] = size;
     if (key && ReadDword(key, v.name, &value)) {
@@ -260,7 +260,7 @@ void ShowDriverParameters(Session& s) {
   BufferMap map{};
   MasterGetBuffers(s.id(), &map);
   const uint64_t expected = uint64_t(in_force.channel_count) * in_force.buffers_per_channel;
-  facts["descriptors_mapped"] = map.DescriptorCount;
+  facts["descriptors_mapped"] = uint32_t{map.DescriptorCount};   // copied out of the packed record
   facts["descriptors_expected"] = expected;
   std::printf("  DMA descriptors mapped: %u (%u channels x %u buffers expected)\n",
               unsigned(map.DescriptorCount), in_force.channel_count, in_force.buffers_per_channel);

@@ -99,7 +99,7 @@ int main(int argc, char** argv) {
   SimControl sim;
   int status = kExitOk;
   std::vector<std::string> errors;
-  Json document = Json::Object();
+  Json document = Json::object();
   {
     std::optional<StdoutAside> aside;
     if (inv.json) {
@@ -119,9 +119,9 @@ int main(int argc, char** argv) {
   if (inv.json) {
     CollectErrors(nullptr);
     document["exit_status"] = status;
-    Json& list = document["errors"] = Json::Array();
-    for (const std::string& e : errors) list.Push(e);
-    std::fputs(document.Dump().c_str(), stdout);
+    Json& list = document["errors"] = Json::array();
+    for (const std::string& e : errors) list.emplace_back(e);
+    std::fputs(Dump(document).c_str(), stdout);
   }
   std::fflush(stdout);
   return status;

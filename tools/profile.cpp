@@ -416,7 +416,7 @@ int SetSimKeys(Session& s, const std::string& path, const Profile& profile) {
 // "carrier locked, timing locked" as the board stands now.
 std::string LocksNow(Session& s) {
   uint32_t word = 0;
-  Json& locks = s.json()["locks_at_end"] = Json::Object();
+  Json& locks = s.json()["locks_at_end"] = Json::object();
   AddNulls(locks, {"carrier", "timing"});
   if (GetBitStatus(s.id(), &word) != 0) return "locks unknown (" + LastLibraryText() + ")";
   SignalParameters parameters{};

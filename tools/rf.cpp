@@ -38,12 +38,12 @@ void ShowSampleClock(Session& s, uint8_t type) {
     std::printf("sampling clock: %.2f Hz as the library sets it, or %.2f Hz with a type 5 "
                 "convertor (the library has no convertor type to tell)\n",
                 LibrarySampleClock(3), LibrarySampleClock(5));
-  Json& facts = s.json()["sampling_clock"] = Json::Object();
+  Json& facts = s.json()["sampling_clock"] = Json::object();
   facts["hz"] = type != 0 ? Json(LibrarySampleClock(type)) : Json();
   facts["virtual_board"] = nullptr;
   if (s.sim().available()) {
     std::printf("  virtual board's sampling synthesizer: %s\n", SynthesizerView(s).c_str());
-    Json& synth = facts["virtual_board"] = Json::Object();
+    Json& synth = facts["virtual_board"] = Json::object();
     synth["hz"] = NumberOrNull(SimValue(s, "synth.s.frequency"));
     synth["n"] = NumberOrNull(SimValue(s, "synth.s.n"));
     synth["locked"] = SimValue(s, "synth.s.locked") == "1";

@@ -143,7 +143,7 @@ std::vector<std::string> StatusLines(const StatusSnapshot& snap) {
 }
 
 Json StatusJson(const StatusSnapshot& snap) {
-  Json json = Json::Object();
+  Json json = Json::object();
   const auto lock = [&snap](bool has_threshold, uint32_t bit) {
     return snap.word && has_threshold ? Json((*snap.word & bit) != 0) : Json();
   };
@@ -159,24 +159,26 @@ Json StatusJson(const StatusSnapshot& snap) {
   json["status_word"] = snap.word;
   json["iq_channel"] = bit(kIqChannelBit);
   json["demodulated_data_channel"] = bit(kDmdChannelBit);
-  Json& gains = json["gains"] = Json::Array();
+  // The library's records are packed and the writer binds a reference to what it is given:
+  // each field is copied out first.
+  Json& gains = json["gains"] = Json::array();
   for (const auto& g : snap.gains) {
-    Json& channel = gains.Push(Json());
+    Json& channel = gains.emplace_back(Json());
     if (!g) continue;
-    channel["attenuator_code"] = g->attenuatorCode;
-    channel["attenuation_db"] = g->attenuation;
-    channel["first_code"] = g->firstGainCode;
-    channel["first_level"] = g->firstGainLevel;
-    channel["second_code"] = g->secondGainCode;
-    channel["second_db"] = g->secondGainLevel;
-    channel["total_db"] = g->totalGain;
+    channel["attenuator_code"] = uint32_t{g->attenuatorCode};
+    channel["attenuation_db"] = double{g->attenuation};
+    channel["first_code"] = uint32_t{g->firstGainCode};
+    channel["first_level"] = double{g->firstGainLevel};
+    channel["second_code"] = uint32_t{g->secondGainCode};
+    channel["second_db"] = double{g->secondGainLevel};
+    channel["total_db"] = double{g->totalGain};
   }
   Json& counters = json["counters"];
   if (const auto& c = snap.counters) {
-    counters["iq"] = c->IqCount;
-    counters["demodulated_data"] = c->DmdCount;
-    counters["adc"] = c->AdcCount;
-    counters["int"] = c->IntCount;
+    counters["iq"] = uint32_t{c->IqCount};
+    counters["demodulated_data"] = uint32_t{c->DmdCount};
+    counters["adc"] = uint32_t{c->AdcCount};
+    counters["int"] = uint32_t{c->IntCount};
   }
   Json& temperatures = json["temperatures"];
   temperatures["pcb_celsius"] = snap.pcb_celsius;
