@@ -24,7 +24,6 @@ TEST(CliOnVirtualBoard, UsageErrorsExitTwoBeforeTouchingABoard) {
       {"fpga load DEM", "load needs DEVICE and FILE"},
       {"fpga load DEM x --all samples", "--all takes no DEVICE or FILE"},
       {"sim rate fast", "invalid rate 'fast'"}, {"sim fly", "unknown action 'fly'"},
-      {"signal qpsk tune 1.2e9 --filters samples/filters", "--filters belongs to the rate step"},
   };
   for (const auto& [args, err_part] : cases) {
     const CliResult run = RunCli(args);
@@ -68,19 +67,13 @@ TEST(CliOnVirtualBoard, InfoShowsTheBoard) {
     EXPECT_TRUE(Has(run.out, part)) << part << " not in " << run.out;
 }
 
-// The library's CP1251 texts arrive as UTF-8; a field that fails says so and the rest follows.
-TEST(CliOnVirtualBoard, InfoReportsFailuresWithTheLibrarysText) {
+// The library's CP1251 texts arrive as UTF-8. (A field that fails while the rest follows is the
+// status screen's run.)
+TEST(CliOnVirtualBoard, InfoReportsABringUpFailureWithTheLibrarysText) {
   const CliResult open = RunCli("--sim fault.open=2 info");
   EXPECT_EQ(open.status, 1);
   EXPECT_EQ(open.out, "");
   EXPECT_TRUE(Has(open.err, u8"board 0: bring-up failed: Отказ открытия устройства [0]")) << open.err;
-
-  const CliResult sensor = RunCli("--sim sensor.fault=no_address_ack info");
-  EXPECT_EQ(sensor.status, 1);
-  EXPECT_TRUE(Has(sensor.err, u8"info: PCB temperature: GetPCBTemperature [0]: I2CStart: нет "
-                              u8"готовности шины I2C после записи"))
-      << sensor.err;
-  EXPECT_TRUE(Has(sensor.out, "module serial number: 0012345678\n")) << sensor.out;
 }
 
 TEST(CliOnVirtualBoard, ConfigFileReachesTheSelectedBoard) {

@@ -20,10 +20,7 @@ TEST(LoadersOnVirtualBoard, FpgaLoadAllGoesOnPastAFailure) {
   EXPECT_FALSE(Has(run.err, "words sent")) << run.err;
   for (const char* device : {"DEM: loaded from ", "RS: loaded from "})
     EXPECT_TRUE(Has(run.out, device)) << run.out;
-  size_t loaded = 0;
-  for (size_t at = 0; (at = run.out.find("virtual board: loaded,", at)) != std::string::npos; ++at)
-    ++loaded;
-  EXPECT_EQ(loaded, 2u) << run.out;
+  EXPECT_EQ(Count(run.out, "virtual board: loaded,"), 2u) << run.out;
 }
 
 TEST(LoadersOnVirtualBoard, RamAndSimulator) {

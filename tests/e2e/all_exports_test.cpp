@@ -51,6 +51,12 @@ TEST(AllExports, AnApplicationsWholeDayOnAHealthyBoard) {
   EXPECT_NE(GetDeviceSlotID(&id), 0xFFFFFFFFu);
   FpgaBaseAddresses bases{};
   OK(GetFPGABaseAddress, &id, &bases);
+  // The record as a caller reads it: five bases, then the initialised flag as a whole word.
+  EXPECT_EQ(std::vector<uint32_t>({bases.IntBase, bases.DemBase, bases.PeripheralBase,
+                                   bases.DecBase, bases.RsBase}),
+            std::vector<uint32_t>({0, 0x2000, 0x1000, 0x2800, 0x2880}));
+  const uint8_t* raw = reinterpret_cast<const uint8_t*>(&bases);
+  EXPECT_EQ(std::vector<uint8_t>(raw + 20, raw + 24), (std::vector<uint8_t>{1, 0, 0, 0}));
   uint8_t byte = 0;
   char text[16] = {};
   float celsius = 0;

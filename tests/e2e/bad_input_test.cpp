@@ -3,8 +3,7 @@
 // exist, and each pointer argument missing in turn. Every call has to come back, take its null
 // path where there is no board or argument to work with, leave the caller's memory alone on
 // that path, and keep the error text terminated inside its 256 bytes. DeviceIds are single
-// bytes, so a build with AddressSanitizer also catches a read past byte 0. Then the other
-// abuse a process can put a board through: a thousand bring-ups and releases.
+// bytes, so a build with AddressSanitizer also catches a read past byte 0.
 #include <gtest/gtest.h>
 
 #include <cstdio>

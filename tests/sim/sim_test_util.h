@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdlib>
 #include <initializer_list>
 #include <memory>
@@ -125,24 +124,6 @@ class PortTest : public SimTest {
     PortRequest request{address, value};
     EXPECT_EQ(ZARIM_Write(board_->handle, &request), 0);
   }
-  // What the library writes to set the fractional-N L synthesizer up and tune it: register
-  // mode, the set-up of its mode (0 for the type-4 chip, 1 for the others), then one retune
-  // {divider word, integer part, fraction}. `skew` (step, xor) spoils one word of the set-up.
-  void LoadFractional(uint32_t mode, std::array<uint32_t, 3> tune, std::pair<int, uint32_t> skew = {-1, 0}) {
-    static const uint32_t kSetup[18][3] = {
-        {2, 1, 2},           {6, 0x2003CA, 0x200B4A}, {9, 0x3FFF, 0x5FFFFF}, {5, 0xF88, 0xF88},
-        {5, 0x6110, 0x6110}, {5, 0x2818, 0x2818},     {5, 0x60A0, 0x60A0},   {5, 0x1628, 0x1628},
-        {5, 0, 0},           {3, 100, 100},           {4, 0, 0},             {1, 2, 2},
-        {7, 333, 333},       {8, 0xC1BEFF, 0xC1BEFF}, {10, 0x2046, 0x2046},  {11, 0x78061, 0x78061},
-        {12, 0, 0},          {15, 0x81, 0x81}};
-    Write(kRfControl, 4);
-    for (int i = 0; i < 18; ++i)
-      Write(kLSynthesizer, kSetup[i][0] << 24 | (kSetup[i][1 + mode] ^ (i == skew.first ? skew.second : 0)));
-    for (uint32_t word : {5u << 24 | tune[0], 5u << 24 | 0x2818, 5u << 24 | 0x60A0, 5u << 24 | 0x1628,
-                          5u << 24, 3u << 24 | tune[1], 4u << 24 | tune[2]})
-      Write(kLSynthesizer, word);
-  }
-  static constexpr uint32_t kRfControl = 0x4000, kLSynthesizer = 0x4008;
   std::unique_ptr<OpenBoard> board_;
 };
 
