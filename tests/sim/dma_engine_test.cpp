@@ -24,14 +24,14 @@ void Write(const OpenBoard& b, uint32_t address, uint32_t value) {
 // What a faulty driver could get wrong in MasterLoad.
 enum class Flaw { kNone, kSwappedSelect, kSizeOffByOne, kBuffersOffByOne, kWrongAddress, kClearLast };
 
-void Load(const OpenBoard& b, Flaw flaw = Flaw::kNone) {
+void Load(const OpenBoard& b, Flaw flaw = Flaw::kNone, uint32_t ring = kRing) {
   const BufferDescriptor* d = b.Descriptors();
   for (uint32_t i = 0; i < b.memory.descriptor_count; ++i) {
-    const uint32_t c = i / kRing, k = i % kRing;
+    const uint32_t c = i / ring, k = i % ring;
     Write(b, kSelect, flaw == Flaw::kSwappedSelect ? k << 5 | c : c << 5 | k);
     Write(b, kAddress, (d[i].bus_address | 1) + (i == 5 && flaw == Flaw::kWrongAddress ? 128 : 0));
-    if (k != kRing - 1) continue;
-    const uint32_t geometry = (kRing - 1 + (flaw == Flaw::kBuffersOffByOne)) << 25 |
+    if (k != ring - 1) continue;
+    const uint32_t geometry = (ring - 1 + (flaw == Flaw::kBuffersOffByOne)) << 25 |
                               (d[i].size / 128 - 1 + (flaw == Flaw::kSizeOffByOne));
     if (flaw != Flaw::kClearLast) Write(b, kClear, 0);
     Write(b, kGeometry, geometry);
@@ -119,6 +119,17 @@ TEST_P(RefusalTest, StartDoesNotRunAndSaysWhy) {
 
 INSTANTIATE_TEST_SUITE_P(Table, RefusalTest, testing::ValuesIn(kRefusals),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The deepest ring, 32 buffers, uses every value of the select's five buffer bits: no buffer
+// of it is taken for one beyond the ring.
+TEST_F(EngineTest, TheDeepestRingRuns) {
+  const uint32_t channels = 2, ring = 32;
+  Parameters(&channels, &ring);
+  OpenBoard board;
+  Load(board, Flaw::kNone, ring);
+  Start(board);
+  EXPECT_EQ(Get(0, "dma.state"), "running");
+}
 
 // Every buffer of every channel, in order and complete, found through the data events and the
 // progress records as ReadChannelData finds them; from sequence 0 again after each restart,

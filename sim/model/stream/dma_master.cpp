@@ -171,7 +171,7 @@ std::string DmaMaster::Check(const DmaRing& ring, std::vector<uint32_t>* runnabl
       return text;
     }
     // Anything selected beyond the channel's ring is a select the driver got wrong.
-    auto stray = addresses_.lower_bound(Select(channel, buffers));
+    auto stray = addresses_.lower_bound(Select(channel, 0) + buffers);
     if (stray != addresses_.end() && stray->first < Select(channel + 1, 0)) {
       std::snprintf(text, sizeof text, "channel %u buffer %u: beyond its %u buffers",
                     unsigned(channel), unsigned(stray->first & 31), unsigned(buffers));
