@@ -19,6 +19,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -168,8 +169,10 @@ struct Run {
 // The streaming runs use the deepest ring the engine takes: a reader a ring late is behind, and
 // with 4 buffers a reader has about a millisecond and a half at these rates, which a shared
 // two-core machine's scheduler does not always give; with 32 it has a dozen.
+std::string registry;   // the bench's own driver service key, removed at the end
+
 bool UseDeepRing() {
-  static std::string directory;
+  std::string& directory = registry;
   char pattern[] = "/tmp/tvx-bench-registry-XXXXXX";
   if (directory.empty() && ::mkdtemp(pattern) != nullptr) directory = pattern;
   char key[256];
@@ -310,5 +313,7 @@ int main(int argc, char** argv) {
   std::printf("verified capture: %.1f MB/s with nothing lost, %.2f of the engine's own %.1f MB/s\n",
               best.mbps, best.mbps / engine.mbps, engine.mbps);
   ReleaseDeviceInstance(&board);
+  std::error_code ignored;
+  std::filesystem::remove_all(registry, ignored);
   return 0;
 }
