@@ -3,6 +3,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 linux_build="$root/build/linux"
 windows_build="$root/build/windows"
 asan_build="$root/build/asan"
+tsan_build="$root/build/tsan"
 jobs=$(nproc 2>/dev/null || echo 2)
 
 # probe_present PROBE — a command name, or an absolute path (a glob is allowed) that must exist.

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -34,6 +35,7 @@ struct Reader {
   std::FILE* file = nullptr;
   ChannelTally tally;
   std::atomic<uint64_t> progress{0};
+  std::atomic<bool> reading{false};   // about to make its first read
   std::atomic<bool> done{false};
 };
 
@@ -42,6 +44,7 @@ struct Reader {
 void ReadChannel(DeviceId board, Reader& r, uint64_t byte_limit, const std::atomic<bool>& stop,
                  bool verify) {
   std::vector<uint8_t> data(r.chunk);
+  r.reading = true;
   while (!stop && (byte_limit == 0 || r.tally.bytes < byte_limit)) {
     uint32_t want = r.chunk;
     if (byte_limit != 0) want = uint32_t(std::min<uint64_t>(want, byte_limit - r.tally.bytes));
@@ -121,6 +124,23 @@ std::string SummaryLine(unsigned channel, const ChannelTally& tally, double seco
   return line;
 }
 
+std::string TotalLine(const CaptureTotals& all, double seconds, bool verify, double engine_bytes) {
+  char text[256];
+  std::snprintf(text, sizeof text, "%s: %.2f MB/s, %s, %s",
+                all.channels == 1 ? "1 channel" : (std::to_string(all.channels) + " channels").c_str(),
+                seconds > 0 ? double(all.bytes) / 1e6 / seconds : 0.0,
+                all.sequenced ? (std::to_string(all.lost) + " lost").c_str() : "lost unknown",
+                verify ? (std::to_string(all.errors) + " errors").c_str() : "not verified");
+  std::string line = text;
+  if (engine_bytes >= 0) {
+    std::snprintf(text, sizeof text, "; the engine completed %.2f MB/s there, %s %.2f of it",
+                  seconds > 0 ? engine_bytes / 1e6 / seconds : 0.0, verify ? "verified" : "read",
+                  engine_bytes > 0 ? double(all.bytes) / engine_bytes : 0.0);
+    line += text;
+  }
+  return line;
+}
+
 Json ChannelJson(unsigned channel, const ChannelTally& tally, double seconds, bool verify) {
   Json json = Json::object();
   json["channel"] = channel;
@@ -183,12 +203,6 @@ int Capture(Session& s, CaptureTotals* totals) {
     PrintError("capture: " + LastLibraryText());
     return kExitFailed;
   }
-  const uint32_t start = kStartParameter;
-  if (MasterStart(s.id(), &start) != 0) {
-    PrintError("capture: " + LastLibraryText());
-    return kExitFailed;
-  }
-
   std::vector<std::unique_ptr<Reader>> readers;
   for (uint32_t c : channels) {
     auto r = std::make_unique<Reader>();
@@ -205,7 +219,6 @@ int Capture(Session& s, CaptureTotals* totals) {
       if (r->file == nullptr) {
         PrintError("capture: cannot write " + path);
         for (auto& open : readers) std::fclose(open->file);
-        MasterStop(s.id());
         return kExitFailed;
       }
     }
@@ -217,9 +230,28 @@ int Capture(Session& s, CaptureTotals* totals) {
   std::atomic<bool> stop{false};
   const DeviceId board = *s.id();
   std::vector<std::thread> threads;
-  const Clock::time_point began = Clock::now();
   for (auto& r : readers)
     threads.emplace_back(ReadChannel, board, std::ref(*r), inv.bytes, std::cref(stop), inv.verify);
+  // The engine starts once every reader waits in its first read: a reader that came in after
+  // the engine had completed BuffersPerCH - 1 buffers (at --rate max, at once) would begin
+  // behind and lose them.
+  const Clock::time_point spawned = Clock::now();
+  while (Clock::now() - spawned < std::chrono::seconds(2) &&
+         !std::all_of(readers.begin(), readers.end(), [](const auto& r) { return r->reading.load(); }))
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  const uint32_t start = kStartParameter;
+  if (MasterStart(s.id(), &start) != 0) {
+    PrintError("capture: " + LastLibraryText());
+    stop = true;
+    Terminate(readers);
+    for (auto& t : threads) t.join();
+    std::signal(SIGINT, previous);
+    for (auto& r : readers)
+      if (r->file) std::fclose(r->file);
+    return kExitFailed;
+  }
+  const Clock::time_point began = Clock::now();
 
   const double limit = inv.bytes != 0 ? 0 : (inv.seconds != 0 ? inv.seconds : kDefaultSeconds);
   const bool terminal = os::IsTerminal(stderr);
@@ -249,11 +281,17 @@ int Capture(Session& s, CaptureTotals* totals) {
   facts["interrupted"] = interrupted.load();
   facts["verified"] = inv.verify;
   Json& list = facts["channels"] = Json::array();
+  CaptureTotals all;
   for (const auto& r : readers) {
     if (r->file) std::fclose(r->file);
     const ChannelTally& t = r->tally;
     std::printf("%s\n", SummaryLine(r->channel, t, seconds, inv.verify).c_str());
     list.emplace_back(ChannelJson(r->channel, t, seconds, inv.verify));
+    ++all.channels;
+    all.bytes += t.bytes;
+    all.lost += t.lost;
+    all.errors += t.errors;
+    all.sequenced = all.sequenced && t.sequenced;
     if (totals != nullptr) {
       ++totals->channels;
       totals->bytes += t.bytes;
@@ -266,6 +304,25 @@ int Capture(Session& s, CaptureTotals* totals) {
     const bool overran = t.results.count(-1) != 0;
     if (t.lost != 0 || t.errors != 0 || failed_read || overran) status = kExitFailed;
     if (failed_read) PrintError("capture: channel " + std::to_string(r->channel) + ": " + LastLibraryText());
+  }
+  // What the virtual board's engine completed on the same channels while they were read, so
+  // that a capture at --rate max shows whether the readers kept up with it.
+  uint64_t completed = 0;
+  bool engine_known = s.sim().available();
+  for (const auto& r : readers) {
+    const std::string key = "dma.ch." + std::to_string(r->channel) + ".completed";
+    const char* text = engine_known ? s.sim().Get(s.board(), key.c_str()) : nullptr;
+    engine_known = text != nullptr;
+    if (engine_known) completed += std::strtoull(text, nullptr, 10);
+  }
+  const double engine_bytes = double(completed) * buffer_size;
+  std::printf("%s\n", TotalLine(all, seconds, inv.verify, engine_known ? engine_bytes : -1).c_str());
+  facts["megabytes_per_second"] = seconds > 0 ? double(all.bytes) / 1e6 / seconds : 0.0;
+  Json& engine = facts["engine"];
+  if (engine_known) {
+    engine = Json::object();
+    engine["megabytes_per_second"] = seconds > 0 ? engine_bytes / 1e6 / seconds : 0.0;
+    engine["fraction_read"] = engine_bytes > 0 ? double(all.bytes) / engine_bytes : 0.0;
   }
   return status;
 }

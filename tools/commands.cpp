@@ -525,17 +525,19 @@ const Command kCommands[] = {
       0, 0, kOptChannels | kOptBytes | kOptSeconds | kOptOutput | kOptVerify | kOptRate | kOptJson},
      "read data channels by DMA and account for every buffer",
      "Brings the board up, hands the DMA buffer map back to the engine (MasterGetBuffers,\n"
-     "MasterLoad), starts it (MasterStart 0x40000000) and reads the channels of -c (default 0)\n"
-     "with ReadChannelData, a thread each, BuffersPerCH - 1 buffers a read, until --seconds (2)\n"
-     "have passed, --bytes have arrived on every channel, or Ctrl-C. The reads are ended\n"
-     "through the channels' terminate events and the engine is stopped. Progress is shown on\n"
-     "a terminal. Each channel ends with a summary: bytes, MB/s, buffers, buffers lost (from\n"
-     "the sequence number every virtual-board buffer carries), payload errors with --verify,\n"
-     "and how often each ReadChannelData result came back (-4: a wait timed out, -1/-2: the\n"
-     "ring overran). -o PREFIX writes channel N's data to PREFIX.chN.bin. --rate R sets the\n"
-     "virtual board's buffers per second per channel (or max) first. Exit status 1 when a\n"
-     "buffer was lost, the ring overran, a payload was wrong or a channel could not be read.\n"
-     "--json prints the summary as one JSON document.",
+     "MasterLoad), reads the channels of -c (default 0) with ReadChannelData, a thread each,\n"
+     "BuffersPerCH - 1 buffers a read, and starts the engine (MasterStart 0x40000000) once\n"
+     "every reader waits, until --seconds (2) have passed, --bytes have arrived on every\n"
+     "channel, or Ctrl-C. The reads are ended through the channels' terminate events and the\n"
+     "engine is stopped. Progress is shown on a terminal. Each channel ends with a summary:\n"
+     "bytes, MB/s, buffers, buffers lost (from the sequence number every virtual-board buffer\n"
+     "carries), payload errors with --verify, and how often each ReadChannelData result came\n"
+     "back (-4: a wait timed out, -1/-2: the ring overran); a last line sums the channels up\n"
+     "and, on the virtual board, sets them against what its engine completed on them. -o\n"
+     "PREFIX writes channel N's data to PREFIX.chN.bin. --rate R sets the virtual board's\n"
+     "buffers per second per channel (or max) first. Exit status 1 when a buffer was lost,\n"
+     "the ring overran, a payload was wrong or a channel could not be read. --json prints the\n"
+     "summary as one JSON document.",
      RunCapture},
     {{"run", "PROFILE [--json]", 1, 1, kOptJson}, "run the job a profile names, step by step",
      "Reads the INI profile PROFILE and runs what it names on one bring-up, in this order: the\n"

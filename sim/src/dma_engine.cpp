@@ -29,6 +29,27 @@
 #include "stream/dma_master.h"
 #include "zarimsim_payload.h"
 
+// Under ThreadSanitizer the engine's buffer writes go unwatched: it refills a buffer that a
+// reader copied a ring earlier, as the hardware does, with nothing but the ring's depth between
+// them (a reader a whole ring behind is told so by the count), and every byte of it would be
+// reported. What a reader relies on stays watched: the buffer is written before the count that
+// announces it, which the engine stores with release, so a reader that loaded the count
+// without acquire is reported on the count itself.
+#if defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ZSIM_TSAN 1
+#endif
+#endif
+#if defined(__SANITIZE_THREAD__) || defined(ZSIM_TSAN)
+extern "C" void AnnotateIgnoreWritesBegin(const char* file, int line);
+extern "C" void AnnotateIgnoreWritesEnd(const char* file, int line);
+#define ZSIM_UNWATCHED_BEGIN() AnnotateIgnoreWritesBegin(__FILE__, __LINE__)
+#define ZSIM_UNWATCHED_END() AnnotateIgnoreWritesEnd(__FILE__, __LINE__)
+#else
+#define ZSIM_UNWATCHED_BEGIN()
+#define ZSIM_UNWATCHED_END()
+#endif
+
 namespace zsim {
 
 namespace {
@@ -176,9 +197,11 @@ class Engine {
         if (s.stall) n = std::min(n, s.stall_after > done_[x] ? s.stall_after - done_[x] : 0);
         if (n == 0) continue;
         // Of a burst longer than the ring only the last ring's worth survives in memory.
+        ZSIM_UNWATCHED_BEGIN();
         for (uint64_t q = done_[x] + (n > ring ? n - ring : 0); q < done_[x] + n; ++q)
           zsim_payload_fill(job.buffers + (size_t(c) * ring + q % ring) * job.buffer_size,
                             job.buffer_size, s.payload, c, job.slot, q);
+        ZSIM_UNWATCHED_END();
         done_[x] += n;
         Publish(job.progress, c, uint32_t(done_[x]));
         DmaMaster::ChannelStatus& status = job.master->status(c);

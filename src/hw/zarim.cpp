@@ -159,15 +159,18 @@ int32_t cZARIM::BARUnmap() {
 int32_t cZARIM::GetInterruptInfo(void* record) {
   if (hDevice == zarimio::kInvalidHandle)
     return PortFailure("GetInterruptInfo", -1, "invalid handle specified");
-  int32_t r = pGetInterruptInfo(hDevice, &InterruptInfo);
+  // A record of the call's own: threads reading different channels ask at the same time.
+  zarimio::InterruptInfo info{};
+  int32_t r = pGetInterruptInfo(hDevice, &info);
   if (r != 0) return CallFailure("GetInterruptInfo", r, "unable to get interrupt information");
-  std::memcpy(record, &InterruptInfo, sizeof InterruptInfo);
+  std::memcpy(record, &info, sizeof info);
   return 0;
 }
 
 uint32_t cZARIM::GetSlotNumber() {
-  SlotNumber = pGetSlotNumber(hDevice);
-  return SlotNumber;
+  const uint32_t slot = pGetSlotNumber(hDevice);
+  SlotNumber.store(slot, std::memory_order_relaxed);
+  return slot;
 }
 
 const char* cZARIM::GetErrorText() { return ErrorText; }

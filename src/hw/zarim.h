@@ -4,6 +4,7 @@
 // load or store through the mapped register BAR.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "hw/zarimio_abi.h"
@@ -83,9 +84,9 @@ class cZARIM : public NTRF {
   zarimio::DeviceSupportedCountFn pDeviceSupportedCount = nullptr;
   zarimio::GetSlotNumberFn pGetSlotNumber = nullptr;
   zarimio::Handle hDevice = zarimio::kInvalidHandle;
-  uint32_t SlotNumber = 0;
+  // The last slot number asked for; the first read of every channel asks, from its own thread.
+  std::atomic<uint32_t> SlotNumber{0};
   zarimio::MemoryMapInfo MemoryMapInfo{};
-  zarimio::InterruptInfo InterruptInfo{};
   uint32_t Opened = 0;
   uint32_t MemoryMapped = 0;
   zarimio::BarInfo BarInfo{};

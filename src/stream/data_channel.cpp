@@ -11,8 +11,19 @@
 namespace tvx {
 
 namespace {
-constexpr size_t kCompletedOffset = offsetof(ChannelProgress, Completed);
+
+// The driver's completed count for a channel. The board (or the driver) stores it with release
+// after the buffer it announces is written, so this load acquires: the copies that follow see
+// the whole buffer.
+const uint32_t* CompletedCount(const InterruptRecord& record, uint8_t channel) {
+  return reinterpret_cast<const uint32_t*>(static_cast<const unsigned char*>(record.Channels) +
+                                           size_t(channel) * sizeof(ChannelProgress) +
+                                           offsetof(ChannelProgress, Completed));
 }
+
+uint32_t Acquire(const uint32_t* count) { return __atomic_load_n(count, __ATOMIC_ACQUIRE); }
+
+}  // namespace
 
 cDataChannel::~cDataChannel() { CloseEvents(); }
 
@@ -43,17 +54,6 @@ void cDataChannel::CloseEvents() {
   ReadCount = 0;
 }
 
-bool cDataChannel::Completed(uint32_t* count) {
-  DeviceId id{Board};
-  InterruptRecord record{};
-  if (MasterGetInterruptInfo(&id, &record) != 0 || record.Channels == nullptr) return false;
-  // The driver updates the count while we read it: one 32-bit load, never cached.
-  const auto* progress = static_cast<const unsigned char*>(record.Channels) +
-                         size_t(Channel) * sizeof(ChannelProgress) + kCompletedOffset;
-  *count = *reinterpret_cast<const volatile uint32_t*>(progress);
-  return true;
-}
-
 void cDataChannel::CannotRead(const char* what, uint32_t detail) {
   SetLastErrorText("%s [%d] ChannelID %d: %s (%u)", "ReadChannelData", int(Board), int(Channel),
                    what, unsigned(detail));
@@ -68,48 +68,59 @@ int32_t cDataChannel::ReadData(uint8_t* destination, uint32_t size, uint32_t* co
   const uint32_t per_channel = Config->GetBuffersPerCH();
   DeviceId id{Board};
   BufferMap map{};
-  uint32_t now = 0;
+  InterruptRecord record{};
   *copied = 0;
   MasterGetBuffers(&id, &map);
   if (map.Descriptors == nullptr || uint64_t(Channel + 1) * per_channel > map.DescriptorCount) {
     CannotRead("нет дескрипторов буферов канала в карте памяти", map.DescriptorCount);
     return kCannotRead;
   }
-  if (!Completed(&now)) {
+  if (MasterGetInterruptInfo(&id, &record) != 0 || record.Channels == nullptr) {
     CloseEvents();
     return kCannotRead;
   }
+  // The record is the driver's for as long as the memory is mapped: the count behind it is
+  // read again at every data event, without asking the IO library again.
+  const uint32_t* completed = CompletedCount(record, Channel);
   const auto* ring = static_cast<const BufferDescriptor*>(map.Descriptors) + size_t(Channel) * per_channel;
-  const bool within_ring = IsWithinRing(LastPosition, now);
+  const bool within_ring = IsWithinRing(LastPosition, Acquire(completed));
   uint32_t position = LastPosition;
 
   uint32_t done = 0;
   bool timed_out = false, overrun = false, failed = false;
   while (done < size && !timed_out && !overrun && !failed) {
-    const os::WaitResult wait = os::WaitForEither(DataEvent, TerminateEvent, timeout);
-    if (wait == os::WaitResult::kSecond) break;
-    if (wait == os::WaitResult::kTimeout) {
-      timed_out = true;
-    } else if (wait == os::WaitResult::kFailed) {
-      CannotRead("ошибка ожидания события", os::LastError());
-      failed = true;
-    } else if (uint32_t count = 0; !Completed(&count)) {
-      CloseEvents();
-      failed = true;
-    } else if (IsOverrun(position, count)) {
+    // The driver signals the event after it publishes the count, so a count that moved is an
+    // event already given (or about to be): the read takes it without a system call. The
+    // signal stays pending and wakes a later wait, which finds nothing new and waits on.
+    uint32_t count = Acquire(completed);
+    if (count == position) {
+      const os::WaitResult wait = os::WaitForEither(DataEvent, TerminateEvent, timeout);
+      if (wait == os::WaitResult::kSecond) break;
+      if (wait == os::WaitResult::kTimeout) {
+        timed_out = true;
+        continue;
+      }
+      if (wait == os::WaitResult::kFailed) {
+        CannotRead("ошибка ожидания события", os::LastError());
+        failed = true;
+        continue;
+      }
+      count = Acquire(completed);
+    }
+    if (IsOverrun(position, count)) {
       LastPosition = count;
       overrun = true;
-    } else {
-      for (uint32_t j = position; j != count && done < size; ++j) {
-        const BufferDescriptor& buffer = ring[j % per_channel];
-        const uint32_t chunk = std::min(buffer.Size, size - done);
-        std::memcpy(destination + done, buffer.Address, chunk);
-        done += chunk;
-      }
-      // Buffers this event announced that no longer fit are dropped: the next read starts
-      // after them.
-      position = LastPosition = count;
+      continue;
     }
+    for (uint32_t j = position; j != count && done < size; ++j) {
+      const BufferDescriptor& buffer = ring[j % per_channel];
+      const uint32_t chunk = std::min(buffer.Size, size - done);
+      std::memcpy(destination + done, buffer.Address, chunk);
+      done += chunk;
+    }
+    // Buffers this event announced that no longer fit are dropped: the next read starts after
+    // them.
+    position = LastPosition = count;
   }
   *copied = done;
   if (timed_out) return kTimedOut;

@@ -14,6 +14,16 @@
 //    signalled nor timed out — waiting again would spin). In those cases bytesRead holds what
 //    was copied and the events are closed, so the next read sets them up afresh; a failed
 //    master call leaves its own text, the others put one into LastErrorText.
+//  - Memory speed: a read whose buffers are already announced does not wait: it makes no
+//    system call of its own and takes no lock. One IO-library call a read fetches the progress
+//    record; the count behind it is loaded with acquire, at entry and at every data event (the
+//    driver publishes it with release after the buffer). A count that moved since the
+//    position is a data event already given (the driver signals after it publishes): the read
+//    copies without waiting, and the signal left pending wakes a later wait, which finds
+//    nothing new and waits on. Results, positions and precedence are those of a read that
+//    waited for that event.
+//  - Threads: one thread reads a channel at a time; reads of different channels write nothing
+//    they share (the progress record is each read's own).
 //  - No allocation and no intermediate buffer per read: the event name is a member buffer.
 #pragma once
 
@@ -53,8 +63,6 @@ class cDataChannel {
  private:
   bool OpenEvents();
   void CloseEvents();
-  // The driver's completed count for this channel, or false when there is no record.
-  bool Completed(uint32_t* count);
   void CannotRead(const char* what, uint32_t detail);
 
   uint8_t Board;

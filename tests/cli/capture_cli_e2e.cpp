@@ -16,6 +16,8 @@ TEST(CaptureOnVirtualBoard, EveryBufferArrivesInOrderAndVerifies) {
     EXPECT_TRUE(Has(line, "393216 bytes") && Has(line, "6 buffers, 0 lost, 0 errors; results 0 x"))
         << run.out;
   }
+  EXPECT_TRUE(Has(LineStarting(run.out, "2 channels: "), " MB/s, 0 lost, 0 errors; the engine completed "))
+      << run.out;
 }
 
 TEST(CaptureOnVirtualBoard, AnOverrunIsReportedAndFailsTheRun) {

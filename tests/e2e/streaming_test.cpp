@@ -1,6 +1,7 @@
 // The data path end to end: the buffer map programmed into the virtual board's DMA engine,
 // every channel read at once by a thread of its own, and every buffer proven by its payload to
-// be the next one of its channel; then an overrun, which the reads report and survive.
+// be the next one of its channel. (Overruns: the data path's unit cases pin the results, the
+// CLI's capture case shows them end to end.)
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -92,23 +93,6 @@ TEST(StreamingRing, ThirtyTwoBuffersOnEachOfSeventeenChannels) {
   ReleaseDeviceInstance(&board);
   tvx::os::DeleteRegistryValue(key, tvx::kBuffersPerChannelValue);
   zsim_reset();
-}
-
-// A burst of a whole ring between two reads of channel 0: the read reports the overrun, and
-// the next one goes on from where the engine is.
-TEST_F(StreamingTest, AnOverrunIsReportedAndTheChannelGoesOn) {
-  ASSERT_EQ(zsim_set(0, "fault.dma_burst", "4"), 0);
-  ASSERT_EQ(MasterStart(&board, &kStart), 0);
-  std::vector<uint8_t> data(size);
-  uint32_t got = 0;
-  const int32_t overrun = ReadChannelData(&board, 0, data.data(), size, &got, 2000);
-  EXPECT_TRUE(overrun == -1 || overrun == -2) << overrun;
-  ASSERT_EQ(zsim_set(0, "fault.dma_burst", "0"), 0);
-  EXPECT_EQ(ReadChannelData(&board, 0, data.data(), size, &got, 2000), 0);
-  EXPECT_EQ(got, size);
-  uint64_t sequence = 0;
-  ASSERT_TRUE(zsim_payload_sequence(data.data(), got, &sequence));
-  EXPECT_EQ(zsim_payload_check(data.data(), got, 0, sequence), ZSIM_PAYLOAD_OK);
 }
 
 }  // namespace

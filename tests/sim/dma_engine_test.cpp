@@ -24,14 +24,14 @@ void Write(const OpenBoard& b, uint32_t address, uint32_t value) {
 // What a faulty driver could get wrong in MasterLoad.
 enum class Flaw { kNone, kSwappedSelect, kSizeOffByOne, kBuffersOffByOne, kWrongAddress, kClearLast };
 
-void Load(const OpenBoard& b, Flaw flaw = Flaw::kNone) {
+void Load(const OpenBoard& b, Flaw flaw = Flaw::kNone, uint32_t ring = kRing) {
   const BufferDescriptor* d = b.Descriptors();
   for (uint32_t i = 0; i < b.memory.descriptor_count; ++i) {
-    const uint32_t c = i / kRing, k = i % kRing;
+    const uint32_t c = i / ring, k = i % ring;
     Write(b, kSelect, flaw == Flaw::kSwappedSelect ? k << 5 | c : c << 5 | k);
     Write(b, kAddress, (d[i].bus_address | 1) + (i == 5 && flaw == Flaw::kWrongAddress ? 128 : 0));
-    if (k != kRing - 1) continue;
-    const uint32_t geometry = (kRing - 1 + (flaw == Flaw::kBuffersOffByOne)) << 25 |
+    if (k != ring - 1) continue;
+    const uint32_t geometry = (ring - 1 + (flaw == Flaw::kBuffersOffByOne)) << 25 |
                               (d[i].size / 128 - 1 + (flaw == Flaw::kSizeOffByOne));
     if (flaw != Flaw::kClearLast) Write(b, kClear, 0);
     Write(b, kGeometry, geometry);
@@ -119,6 +119,17 @@ TEST_P(RefusalTest, StartDoesNotRunAndSaysWhy) {
 
 INSTANTIATE_TEST_SUITE_P(Table, RefusalTest, testing::ValuesIn(kRefusals),
                          [](const auto& info) { return std::string(info.param.name); });
+
+// The deepest ring, 32 buffers, uses every value of the select's five buffer bits: no buffer
+// of it is taken for one beyond the ring.
+TEST_F(EngineTest, TheDeepestRingRuns) {
+  const uint32_t channels = 2, ring = 32;
+  Parameters(&channels, &ring);
+  OpenBoard board;
+  Load(board, Flaw::kNone, ring);
+  Start(board);
+  EXPECT_EQ(Get(0, "dma.state"), "running");
+}
 
 // Every buffer of every channel, in order and complete, found through the data events and the
 // progress records as ReadChannelData finds them; from sequence 0 again after each restart,
@@ -235,10 +246,13 @@ TEST_F(EngineTest, UnmapCloseAndResetStopTheEngineFirst) {
 }
 
 // The verifier tells each kind of damage apart, and the body really is PRBS-31: every bit the
-// XOR of the bits 31 and 28 before it.
+// XOR of the bits 31 and 28 before it. The check (which generates only the first 32 body bytes
+// and follows the recurrence over received bytes from there) takes every length the generator
+// fills, and no flipped bit gets past it, wherever it lies: in the generated head, the near
+// stretch, the far stretch a vector at a time, or the bytes after the last whole vector.
 TEST(DmaPayload, CheckNamesTheDamageAndTheBodyIsPrbs31) {
   const uint64_t q = 0x100000002ull;
-  std::vector<uint8_t> good(kSize);
+  std::vector<uint8_t> good(4 * kSize);
   zsim_payload_fill(good.data(), good.size(), ZSIM_PAYLOAD_PRBS, 7, 3, q);
   const struct {
     size_t offset;
@@ -258,11 +272,18 @@ TEST(DmaPayload, CheckNamesTheDamageAndTheBodyIsPrbs31) {
     EXPECT_EQ(zsim_payload_check(buffer.data(), c.size, c.channel, c.sequence), c.result)
         << c.offset << " " << c.size;
   }
+  for (size_t size = 17; size <= good.size(); ++size) {
+    ASSERT_EQ(zsim_payload_check(good.data(), size, 7, q), ZSIM_PAYLOAD_OK) << size;
+    std::vector<uint8_t> buffer = good;
+    buffer[size - 1] ^= uint8_t(1u << (size % 8));
+    ASSERT_EQ(zsim_payload_check(buffer.data(), size, 7, q), ZSIM_PAYLOAD_BAD_BODY) << size;
+    ASSERT_EQ(zsim_payload_check(buffer.data(), good.size(), 7, q), ZSIM_PAYLOAD_BAD_BODY) << size;
+  }
   auto bit = [&](size_t n) { return (good[16 + n / 8] >> (n % 8)) & 1; };
-  for (size_t n = 31; n < (kSize - 16) * 8; ++n) ASSERT_EQ(bit(n), bit(n - 31) ^ bit(n - 28)) << n;
-  std::vector<uint8_t> other(kSize);
+  for (size_t n = 31; n < (good.size() - 16) * 8; ++n) ASSERT_EQ(bit(n), bit(n - 31) ^ bit(n - 28)) << n;
+  std::vector<uint8_t> other(good.size());
   zsim_payload_fill(other.data(), other.size(), ZSIM_PAYLOAD_PRBS, 7, 3, q + 1);
-  EXPECT_NE(std::memcmp(good.data() + 16, other.data() + 16, kSize - 16), 0) << "same body";
+  EXPECT_NE(std::memcmp(good.data() + 16, other.data() + 16, good.size() - 16), 0) << "same body";
 }
 
 }  // namespace

@@ -96,14 +96,18 @@ Event OpenFifo(const char* name, bool create) {
 }
 
 // Reads the FIFO empty. True when at least one byte was there; false when another waiter
-// emptied it between our poll and this read.
+// emptied it between our poll and this read. A read that returns less than it asked for has
+// emptied the FIFO, so the usual wake costs one read, not a second that answers EAGAIN; the
+// buffer takes a page of signals a read (a reader that copies without waiting leaves the
+// driver's signals pending, up to a full pipe).
 bool Drain(int fd) {
   bool signalled = false;
-  unsigned char buffer[64];
+  unsigned char buffer[4096];
   for (;;) {
     const ssize_t n = ::read(fd, buffer, sizeof buffer);
     if (n > 0) {
       signalled = true;
+      if (size_t(n) < sizeof buffer) return true;
       continue;
     }
     if (n < 0 && errno == EINTR) continue;
