@@ -114,6 +114,7 @@ struct BoardModel::State {
   uint32_t clock = 0;           // 0 system, 1 manual
   uint64_t manual_us = 0;       // the manual clock's time
   std::function<uint64_t()> time_source;
+  AccessHook hook;
   KeySet keys;
 
   std::vector<uint32_t> storage;            // plain storage, one entry per BAR word
@@ -141,14 +142,23 @@ BoardModel::BoardModel(unsigned index) : state_(new State(index)) {
 BoardModel::~BoardModel() { delete state_; }
 
 uint32_t BoardModel::Read(uint32_t address) {
-  const uint32_t value = state_->ReadWord(address, false);
+  const uint32_t value = state_->hook ? state_->hook(false, address, 0) : state_->ReadWord(address, false);
   state_->trace.Record(address, value, false);
   return value;
 }
 
 void BoardModel::Write(uint32_t address, uint32_t value) {
-  state_->WriteWord(address, value);
+  if (state_->hook)
+    state_->hook(true, address, value);
+  else
+    state_->WriteWord(address, value);
   state_->trace.Record(address, value, true);
+}
+
+void BoardModel::SetAccessHook(AccessHook hook) { state_->hook = std::move(hook); }
+
+void BoardModel::TraceAccess(uint32_t address, uint32_t value, bool write) {
+  state_->trace.Record(address, value, write);
 }
 
 uint32_t BoardModel::Peek(uint32_t address) const { return state_->ReadWord(address, true); }

@@ -38,6 +38,14 @@ class BoardModel {
   // What a read would return now, without side effects and without a trace entry.
   uint32_t Peek(uint32_t address) const;
 
+  // While set, Read and Write go to `hook` instead of the blocks (a replaying board answers
+  // from its recording): it returns a read's value and takes a write (its result unused).
+  // Both are still traced. Null: back to the blocks.
+  using AccessHook = std::function<uint32_t(bool write, uint32_t address, uint32_t value)>;
+  void SetAccessHook(AccessHook hook);
+  // A trace entry for an access served elsewhere (the replay's answer to ZARIM_Read).
+  void TraceAccess(uint32_t address, uint32_t value, bool write);
+
   // Keys of docs/virtual-board.md. Set: 0, or nonzero for an unknown key (kUnknownKey) or a
   // bad value (kBadValue). Get: false for an unknown key.
   static constexpr int kUnknownKey = 1;

@@ -15,6 +15,7 @@
 #include "hw/driver_parameters.h"
 #include "hw/zarimio_abi.h"
 #include "platform/os.h"
+#include "replay.h"
 
 namespace zsim {
 
@@ -67,6 +68,7 @@ struct Board {
   std::vector<tvx::os::Event> events;
   DmaMemory dma;
   BarMapping bar;
+  Replay replay;   // armed by the key `replay`
 };
 
 // ---- the table (board_table.cpp) --------------------------------------------------------------
@@ -109,6 +111,11 @@ void AttachDmaEngine(Board& board);
 // Stops the board's engine and returns once it touches no buffer, record or event any more.
 // Called with the board's lock held, before the memory is unmapped or the events closed.
 void StopDmaEngine(Board& board);
+
+// ---- replay (replay.cpp, control.cpp) --------------------------------------------------------
+// Arms (or, with "" / "none", ends) the board's replay of a recording, under the board's lock.
+// Empty, or why the file was refused.
+std::string ArmReplay(Board& board, const std::string& path);
 
 // ---- configuration file (config_file.cpp) ----------------------------------------------------
 // 0; -1 when the file cannot be read; else the number of the first refused line.

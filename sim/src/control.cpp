@@ -32,8 +32,12 @@ bool GetCoreKey(Board& board, const std::string& key, std::string* value) {
         board.open ? board.params : tvx::ReadDriverParameters("zarim");
     *value = std::to_string(key == "dma.channels" ? params.channel_count
                                                   : params.buffers_per_channel);
+  } else if (key == "replay.state") {
+    *value = board.replay.State();
+  } else if (key == "replay.data") {
+    *value = board.replay.DataState();
   } else if (key == "keys") {
-    std::vector<std::string> names{"boards"};
+    std::vector<std::string> names{"boards", "replay"};
     board.model.KeyNames(&names);
     value->clear();
     for (const std::string& name : names) *value += (value->empty() ? "" : " ") + name;
@@ -72,6 +76,11 @@ int SetKey(unsigned index, const std::string& key, const std::string& value) {
   if (board == nullptr) return kSetNoBoard;
   std::lock_guard<std::mutex> lock(board->mutex);
   if (key == "bar.size" && board->bar.mapped) return kSetBusy;
+  if (key == "replay") {
+    // A replay follows the application from its ZARIM_Open: it cannot start half way.
+    if (board->open) return kSetBusy;
+    return ArmReplay(*board, value).empty() ? 0 : kSetBadValue;
+  }
   const int result = board->model.Set(key, value);
   if (result == BoardModel::kUnknownKey) return kSetUnknownKey;
   if (result != 0) return kSetBadValue;
@@ -143,6 +152,7 @@ ZSIM_EXPORT void zsim_reset(void) {
     if (board == nullptr) continue;
     std::lock_guard<std::mutex> lock(board->mutex);
     board->model.Reset();
+    zsim::ArmReplay(*board, "");
     zsim::ApplyMmioMode(*board);
   }
   zsim::SetBoardCount(1);

@@ -297,6 +297,7 @@ void AttachDmaEngine(Board& board) {
 }
 
 void StopDmaEngine(Board& board) {
+  board.replay.StopData();   // a replay's data events write into the same memory
   if (g_engines[board.index].Stop()) board.model.dma_master().set_state("stopped");
 }
 

@@ -39,6 +39,26 @@ int32_t OnBoard(Handle handle, Body&& body) {
   });
 }
 
+// A replaying board checks each call against its recording; a call recorded as failed fails
+// again with the recorded code (0: carry the call out).
+uint32_t Replayed(Board& board, const char* name) {
+  return board.replay.Call(name, board.model.NowUs());
+}
+
+// ZARIM_Read / ZARIM_Write on a replaying board: answered and checked by the recording alone.
+uint32_t ReplayPort(Board& board, bool write, PortRequest* request) {
+  if (request == nullptr) {
+    const uint32_t code = Replayed(board, write ? "ZARIM_Write" : "ZARIM_Read");
+    return code != 0 ? code : zsim::kErrorInvalidParameter;
+  }
+  uint32_t value = request->value;
+  const uint32_t code = board.replay.Port(write, request->address, &value, board.model.NowUs());
+  if (code != 0) return code;
+  board.model.TraceAccess(request->address, value, write);
+  request->value = value;
+  return 0;
+}
+
 // The word of a register request, when it lies inside the board's BAR.
 bool ValidAddress(const Board& board, uint32_t address) {
   const uint32_t size = board.model.bar_size();
@@ -58,7 +78,9 @@ ZSIM_EXPORT Handle ZARIM_Open(uint8_t index) {
     error = zsim::kErrorFileNotFound;
   } else {
     std::lock_guard<std::mutex> lock(board->mutex);
-    if (uint32_t code = board->model.fault(Fault::kOpen)) {
+    if (uint32_t code = Replayed(*board, "ZARIM_Open")) {
+      error = code;
+    } else if (uint32_t code = board->model.fault(Fault::kOpen)) {
       error = code;
     } else if (board->open) {
       error = zsim::kErrorBusy;
@@ -79,6 +101,7 @@ ZSIM_EXPORT Handle ZARIM_Open(uint8_t index) {
 
 ZSIM_EXPORT int32_t ZARIM_Close(Handle device) {
   return OnBoard(device, [](Board& board) -> uint32_t {
+    if (uint32_t code = Replayed(board, "ZARIM_Close")) return code;
     zsim::StopDmaEngine(board);
     zsim::UnmapBar(board);
     zsim::UnmapDmaMemory(board);
@@ -91,6 +114,7 @@ ZSIM_EXPORT int32_t ZARIM_Close(Handle device) {
 
 ZSIM_EXPORT int32_t ZARIM_Read(Handle device, PortRequest* request) {
   return OnBoard(device, [&](Board& board) -> uint32_t {
+    if (board.replay.armed()) return ReplayPort(board, false, request);
     if (uint32_t code = board.model.fault(Fault::kPort)) return code;
     if (request == nullptr || !ValidAddress(board, request->address))
       return zsim::kErrorInvalidParameter;
@@ -101,6 +125,7 @@ ZSIM_EXPORT int32_t ZARIM_Read(Handle device, PortRequest* request) {
 
 ZSIM_EXPORT int32_t ZARIM_Write(Handle device, PortRequest* request) {
   return OnBoard(device, [&](Board& board) -> uint32_t {
+    if (board.replay.armed()) return ReplayPort(board, true, request);
     if (uint32_t code = board.model.fault(Fault::kPort)) return code;
     if (request == nullptr || !ValidAddress(board, request->address))
       return zsim::kErrorInvalidParameter;
@@ -111,6 +136,7 @@ ZSIM_EXPORT int32_t ZARIM_Write(Handle device, PortRequest* request) {
 
 ZSIM_EXPORT int32_t ZARIM_MemoryMap(Handle device, void* memory_map_info) {
   return OnBoard(device, [&](Board& board) -> uint32_t {
+    if (uint32_t code = Replayed(board, "ZARIM_MemoryMap")) return code;
     if (uint32_t code = board.model.fault(Fault::kMemoryMap)) return code;
     if (memory_map_info == nullptr) return zsim::kErrorInvalidParameter;
     if (board.dma.mapped) return zsim::kErrorBusy;
@@ -119,12 +145,14 @@ ZSIM_EXPORT int32_t ZARIM_MemoryMap(Handle device, void* memory_map_info) {
     info.descriptor_count = board.dma.channels * board.dma.buffers_per_channel;
     info.descriptors = reinterpret_cast<uintptr_t>(board.dma.descriptors);
     std::memcpy(memory_map_info, &info, sizeof info);
+    board.replay.StartData(board);
     return 0;
   });
 }
 
 ZSIM_EXPORT int32_t ZARIM_MemoryUnmap(Handle device, void* /*reserved*/) {
   return OnBoard(device, [](Board& board) -> uint32_t {
+    if (uint32_t code = Replayed(board, "ZARIM_MemoryUnmap")) return code;
     if (uint32_t code = board.model.fault(Fault::kMemoryUnmap)) return code;
     if (!board.dma.mapped) return zsim::kErrorNotReady;
     zsim::StopDmaEngine(board);
@@ -135,6 +163,7 @@ ZSIM_EXPORT int32_t ZARIM_MemoryUnmap(Handle device, void* /*reserved*/) {
 
 ZSIM_EXPORT int32_t ZARIM_BARMap(Handle device, void* bar_info) {
   return OnBoard(device, [&](Board& board) -> uint32_t {
+    if (uint32_t code = Replayed(board, "ZARIM_BARMap")) return code;
     if (uint32_t code = board.model.fault(Fault::kBarMap)) return code;
     if (bar_info == nullptr) return zsim::kErrorInvalidParameter;
     if (uint32_t code = zsim::MapBar(board)) return code;
@@ -149,6 +178,7 @@ ZSIM_EXPORT int32_t ZARIM_BARMap(Handle device, void* bar_info) {
 
 ZSIM_EXPORT int32_t ZARIM_BARUnmap(Handle device, void* bar_info) {
   return OnBoard(device, [&](Board& board) -> uint32_t {
+    if (uint32_t code = Replayed(board, "ZARIM_BARUnmap")) return code;
     if (uint32_t code = board.model.fault(Fault::kBarUnmap)) return code;
     if (!board.bar.mapped) return zsim::kErrorNotReady;
     // The record must be the one BARMap filled: unmapping on the strength of a stale or
@@ -165,6 +195,7 @@ ZSIM_EXPORT int32_t ZARIM_BARUnmap(Handle device, void* bar_info) {
 
 ZSIM_EXPORT int32_t ZARIM_GetInterruptInfo(Handle device, void* interrupt_info) {
   return OnBoard(device, [&](Board& board) -> uint32_t {
+    if (uint32_t code = Replayed(board, "ZARIM_GetInterruptInfo")) return code;
     if (uint32_t code = board.model.fault(Fault::kInterruptInfo)) return code;
     if (interrupt_info == nullptr) return zsim::kErrorInvalidParameter;
     if (!board.dma.mapped) return zsim::kErrorNotReady;
@@ -187,7 +218,10 @@ ZSIM_EXPORT uint32_t ZARIM_GetSlotNumber(Handle device) {
   uint32_t slot = 0;
   {
     auto lock = zsim::LockHandle(device, &board);
-    if (board != nullptr) slot = board->model.slot();
+    if (board != nullptr) {
+      Replayed(*board, "ZARIM_GetSlotNumber");
+      slot = board->model.slot();
+    }
   }
   if (board == nullptr) {
     tvx::os::SetLastError(zsim::kErrorInvalidHandle);
