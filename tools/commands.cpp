@@ -1,5 +1,6 @@
 // The commands: enumeration, board information and raw register access.
 #include "commands.h"
+#include "record.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -539,6 +540,15 @@ const Command kCommands[] = {
      "the ring overran, a payload was wrong or a channel could not be read. --json prints the\n"
      "summary as one JSON document.",
      RunCapture},
+    {{"replay", "FILE", 1, 1, 0}, "run a recorded command against a board replaying it",
+     "Runs the command line that FILE (made with --record) recorded, on the virtual board\n"
+     "replaying FILE: every register read is answered from the recording, every write and\n"
+     "IO-library call is checked against it in order, and the recorded data events come at\n"
+     "their recorded times. Ends with the line 'replay: match: N events' (exit 0) or with the\n"
+     "first difference, 'replay: differs at event N: expected ..., got ...' (exit 1). The\n"
+     "command runs in its recorded directory when that exists. docs/recording.md has the\n"
+     "format.",
+     RunReplay},
     {{"run", "PROFILE [--json]", 1, 1, kOptJson}, "run the job a profile names, step by step",
      "Reads the INI profile PROFILE and runs what it names on one bring-up, in this order: the\n"
      "virtual board's keys ([virtual-board]), the FPGA images ([fpga]), the receiver ([signal],\n"

@@ -10,6 +10,7 @@
 #include "commands.h"
 #include "demod.h"
 #include "options.h"
+#include "record.h"
 #include "session.h"
 #include "sim_control.h"
 
@@ -86,17 +87,25 @@ int main(int argc, char** argv) {
     PrintGlobalHelp(stderr);
     return kExitUsage;
   }
-  const Command* command = FindCommand(inv.command);
-  if (command == nullptr) return UsageError("unknown command '" + inv.command + "'");
-  error = IsDemodStep(inv.command) ? ParseDemodChain(inv, nullptr)
-                                   : CheckInvocation(inv, command->syntax);
+  const Command* command = nullptr;
+  error = CheckCommand(inv, &command);
   if (!error.empty()) return UsageError(error);
   if (inv.help) {
     PrintCommandHelp(*command);
     return kExitOk;
   }
 
-  SimControl sim;
+  // A recorded run: the recorder goes in front of the IO library before anything loads it.
+  std::string control;
+  if (!inv.record.empty()) {
+    if (inv.command == "replay") return UsageError("--record: a replay is not recorded");
+    error = StartRecording(inv, std::vector<std::string>(argv + 1, argv + argc), &control);
+    if (!error.empty()) {
+      PrintError("--record " + inv.record + ": " + error);
+      return kExitFailed;
+    }
+  }
+  SimControl sim(control);
   int status = kExitOk;
   std::vector<std::string> errors;
   Json document = Json::object();

@@ -17,7 +17,7 @@ namespace {
 enum class Id {
   kBoard, kSim, kSimConfig, kTrace, kHelp, kVersion, kCount, kAll, kLen,
   kChannels, kBytes, kSeconds, kOutput, kVerify, kRate, kCodeRate, kCoding, kTables, kMulti,
-  kFilters, kFilter, kWatch, kJson
+  kFilters, kFilter, kWatch, kJson, kRecord
 };
 
 struct OptionDef {
@@ -67,6 +67,8 @@ constexpr OptionDef kOptions[] = {
      "virtual board: load keys from an INI file first (repeatable)"},
     {Id::kTrace, "trace", 0, nullptr, 0,
      "virtual board: print the command's register accesses afterwards"},
+    {Id::kRecord, "record", 0, "FILE", 0,
+     "write every IO-library call and register access of the run to FILE (replay FILE)"},
     {Id::kHelp, "help", 'h', nullptr, 0, "show help (after a command: that command's help)"},
     {Id::kVersion, "version", 0, nullptr, 0, "show the version"},
 };
@@ -101,6 +103,10 @@ std::string Apply(const OptionDef& o, const std::string& value, Invocation* inv)
       break;
     }
     case Id::kSimConfig: inv->sim_configs.push_back(value); break;
+    case Id::kRecord:
+      if (value.empty()) return "--record expects a file name";
+      inv->record = value;
+      break;
     case Id::kAll:
       if (value.empty()) return "--all expects a directory";
       inv->all_dir = value;

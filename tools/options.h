@@ -70,6 +70,7 @@ struct Invocation {
   uint8_t filter = 3;                  // rate --filter: the n20d shape unless told otherwise
   double watch = 0;                    // status --watch: seconds between screens; 0: one screen
   bool json = false;                   // --json: one JSON document on stdout, the text on stderr
+  std::string record;                  // --record FILE: the run goes through the recorder
   uint32_t options_given = 0;          // CommandOption bits seen on the line
 };
 

@@ -16,8 +16,8 @@ void Resolve(void* library, const char* name, Fn* out) {
 
 }  // namespace
 
-SimControl::SimControl() {
-  library_ = os::LoadDynamicLibrary("zarimio");
+SimControl::SimControl(const std::string& path) {
+  library_ = path.empty() ? os::LoadDynamicLibrary("zarimio") : os::LoadDynamicLibraryPath(path.c_str());
   if (library_ == nullptr) return;
   Resolve(library_, "zsim_set", &set_);
   Resolve(library_, "zsim_get", &get_);

@@ -15,8 +15,9 @@ namespace tvx::cli {
 class SimControl {
  public:
   // Loads the IO library and looks up the control functions. The library stays loaded for
-  // the life of the process: the driver library holds the same instance.
-  SimControl();
+  // the life of the process: the driver library holds the same instance. `path` names the
+  // file to load instead (a recorded run: the recorder's target, see record.h).
+  explicit SimControl(const std::string& path = "");
   SimControl(const SimControl&) = delete;
   SimControl& operator=(const SimControl&) = delete;
 

@@ -25,12 +25,16 @@ inline std::string Slurp(const char* path) {
   return lf;
 }
 
-inline CliResult RunCli(const std::string& args) {
+// `dir`: the CLI of that subdirectory, beside its own copy of the library.
+inline CliResult RunCli(const std::string& args, const std::string& dir = "") {
   const std::string file = TVX_CLI_FILE;
   // cmd.exe finds a program in the current directory and reads '/' as a switch; POSIX shells
   // need the "./".
   const bool windows = file.size() > 4 && file.compare(file.size() - 4, 4, ".exe") == 0;
-  int status = std::system(((windows ? "" : "./") + file + " " + args +
+  const std::string program = dir.empty() ? file : dir + (windows ? "\\" : "/") + file;
+  // A CLI of its own directory takes its own library there, whatever LD_LIBRARY_PATH says.
+  const std::string prefix = windows ? "" : (dir.empty() ? "./" : "LD_LIBRARY_PATH=" + dir + " ./");
+  int status = std::system((prefix + program + " " + args +
                             " >cli_e2e_out.txt 2>cli_e2e_err.txt").c_str());
   // POSIX returns a wait status (exit code in the second byte); Windows the exit code itself.
   if (status > 255 && (status & 0xFF) == 0) status >>= 8;
