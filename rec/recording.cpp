@@ -1,4 +1,5 @@
 // The recording file: header, numbered and timed event lines, written out in chunks.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>

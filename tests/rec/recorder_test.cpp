@@ -80,11 +80,6 @@ std::vector<zsim_access> Accesses(const Recording& r) {
   return out;
 }
 
-template <typename F>
-F Function(void* library, const char* name) {
-  return reinterpret_cast<F>(tvx::os::FindSymbol(library, name));
-}
-
 TEST(Recorder, RecordsEveryCallAccessAndBufferTheBoardSaw) {
   tvx::test::TempDir dir;
   const fs::path file = dir.path() / "rec.txt";
@@ -93,9 +88,9 @@ TEST(Recorder, RecordsEveryCallAccessAndBufferTheBoardSaw) {
   ASSERT_EQ(p.error, "");
   void* sim = tvx::os::LoadDynamicLibraryPath(p.target.c_str());
   ASSERT_NE(sim, nullptr) << p.target;
-  auto sim_set = Function<decltype(&zsim_set)>(sim, "zsim_set");
-  auto sim_trace = Function<decltype(&zsim_trace)>(sim, "zsim_trace");
-  Function<decltype(&zsim_reset)>(sim, "zsim_reset")();
+  auto sim_set = reinterpret_cast<decltype(&zsim_set)>(tvx::os::FindSymbol(sim, "zsim_set"));
+  auto sim_trace = reinterpret_cast<decltype(&zsim_trace)>(tvx::os::FindSymbol(sim, "zsim_trace"));
+  reinterpret_cast<decltype(&zsim_reset)>(tvx::os::FindSymbol(sim, "zsim_reset"))();
   ASSERT_EQ(sim_set(0, "dma.rate", "20"), 0);
 
   DeviceId board{0};
@@ -121,9 +116,9 @@ TEST(Recorder, RecordsEveryCallAccessAndBufferTheBoardSaw) {
   for (auto& t : readers) t.join();
   EXPECT_EQ(failures, 0);
   EXPECT_EQ(MasterStop(&board), 0);
-  std::vector<zsim_access> trace(sim_trace(0, nullptr, 0));
-  trace.resize(sim_trace(0, trace.data(), trace.size()));
   ReleaseDeviceInstance(&board);
+  std::vector<zsim_access> trace(sim_trace(0, nullptr, 0));   // kept after the close
+  trace.resize(sim_trace(0, trace.data(), trace.size()));
 
   const Recording r = Read(file);
   EXPECT_EQ(r.header, (std::vector<std::string>{"zarimrec 1", "target " + p.target,
