@@ -2,7 +2,8 @@
 #   runtime       the library (Linux: libtorvixe.so.1.0.0 and its SONAME link; Windows: the DLL)
 #   dev           header, the libtorvixe.so link or the import library and .def, CMake package,
 #                 pkg-config file
-#   cli           the torvixe program and the sample receive profile
+#   cli           the torvixe program, the sample receive profile and the recording IO
+#                 library zarimrec
 #   virtualboard  libzarimio / zarimio.dll, its control headers, the sample FPGA images and
 #                 demodulator files: a hardware installation leaves it out and gets the vendor's
 #   docs          README.md and docs/*.md
@@ -53,6 +54,14 @@ if(TARGET torvixe_cli)
   install(FILES profiles/receive.ini DESTINATION ${CMAKE_INSTALL_DATADIR}/torvixe/profiles
           COMPONENT cli)
 endif()
+
+# The recording IO library, for the CLI's --record and for recording with any application:
+# beside libzarimio in libdir on Linux, beside the programs in bin on Windows. Nothing links it,
+# so its import library stays out.
+install(TARGETS zarimrec
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT cli
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT cli
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT cli EXCLUDE_FROM_ALL)
 
 # The library finds zarimio by its plain name: beside itself on Linux (RUNPATH $ORIGIN, both
 # in libdir), beside the program on Windows (both in bin).

@@ -17,6 +17,23 @@ void* FindSymbol(void* library, const char* name);
 void FreeDynamicLibrary(void* library);
 // The file name LoadDynamicLibrary("x") looks for, for messages and build tooling.
 const char* DynamicLibraryFileName(const char* base, char* out, size_t size);
+// Loads the library at `path` as given, without any search.
+void* LoadDynamicLibraryPath(const char* path);
+// The file of the loaded module (library or program) that holds `address`. False when there
+// is none or the path plus its terminating zero does not fit.
+bool ModulePath(const void* address, char* out, size_t size);
+// Whether a later load by plain name gets an already-loaded module of the same FILE name
+// (Windows) rather than one whose SONAME is that name (POSIX): what it takes to put one
+// library in front of another.
+bool LoaderMatchesFileName();
+
+// ---- Process -------------------------------------------------------------------------------
+// Environment variables as the OS keeps them for the process, so that every module sees the
+// same value (on Windows a C runtime linked into a module keeps a copy of its own). Get: false
+// when unset, empty, or longer than the room. Set: null or empty removes the variable.
+bool GetEnvironment(const char* name, char* out, size_t size);
+bool SetEnvironment(const char* name, const char* value);
+uint32_t ProcessId();
 
 // ---- Last error ----------------------------------------------------------------------------
 uint32_t LastError();            // GetLastError / errno
@@ -84,12 +101,16 @@ void* AllocatePages(size_t size);            // zeroed, read/write; null on fail
 void FreePages(void* base, size_t size);
 bool ProtectPages(void* base, size_t size, bool accessible);
 
-// ---- Access traps (used by the virtual board only) ------------------------------------------
+// ---- Access traps (the virtual board's BAR, the recorder's shadow of it) ---------------------
 // A client owns memory it keeps inaccessible. On an access fault inside it, the platform calls
 // `Fault` with the faulting address and direction. The client prepares the access (for a read
 // it stores the value the access must see) and names the range to open; the platform opens
 // it, lets the one instruction execute under the single-step flag, closes the range again and
 // calls `Stepped`. Faults the client does not claim go on to the handler installed before.
+// Each module that links the platform layer has its own client and handler; a callback may
+// itself touch memory trapped by another module's client (the recorder's shadow forwarding to
+// the virtual board's BAR). That nested fault reaches the other module's handler whichever was
+// installed last: a fault raised inside a callback is never taken for the access in progress.
 class TrapClient {
  public:
   virtual ~TrapClient() = default;

@@ -1,9 +1,13 @@
 // Dynamic libraries and the last-error code on POSIX.
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <string>
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include "platform/os.h"
 
@@ -35,6 +39,39 @@ const char* DynamicLibraryFileName(const char* base, char* out, size_t size) {
   if (out != nullptr && size > 0) std::snprintf(out, size, "lib%s.so", base != nullptr ? base : "");
   return out;
 }
+
+void* LoadDynamicLibraryPath(const char* path) {
+  if (path == nullptr || *path == '\0') {
+    errno = ENOENT;
+    return nullptr;
+  }
+  return ::dlopen(path, RTLD_NOW | RTLD_LOCAL);
+}
+
+bool ModulePath(const void* address, char* out, size_t size) {
+  if (out == nullptr || size == 0) return false;
+  out[0] = '\0';
+  Dl_info info{};
+  if (address == nullptr || ::dladdr(address, &info) == 0) return false;
+  // Libraries are named by the path they were found at; the program by the name it was
+  // started with (possibly relative, or empty), so it is asked of the kernel instead.
+  char resolved[PATH_MAX];
+  const char* file = info.dli_fname;
+  const bool named = file != nullptr && std::strchr(file, '/') != nullptr;
+  if (named) {
+    if (::realpath(file, resolved) == nullptr) return false;
+  } else {
+    const ssize_t n = ::readlink("/proc/self/exe", resolved, sizeof resolved - 1);
+    if (n <= 0) return false;
+    resolved[n] = '\0';
+  }
+  const size_t length = std::strlen(resolved);
+  if (length + 1 > size) return false;
+  std::memcpy(out, resolved, length + 1);
+  return true;
+}
+
+bool LoaderMatchesFileName() { return false; }
 
 uint32_t LastError() { return static_cast<uint32_t>(errno); }
 

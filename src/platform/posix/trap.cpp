@@ -88,14 +88,18 @@ void OnSegv(int sig, siginfo_t* info, void* context) {
   TrapClient* client = g_client.load(std::memory_order_acquire);
   const long self = ThreadId();
   if (client != nullptr && g_owner.load(std::memory_order_relaxed) == self) {
-    // The instruction being stepped faulted on something else as well: not an access we can
-    // model. Abandon the step so that a handler that jumps away leaves nothing locked; if the
-    // instruction runs again, it traps afresh.
-    uc->uc_mcontext.gregs[REG_EFL] &= ~kTrapFlag;
-    ::mprotect(g_open_base, g_open_size, PROT_NONE);
-    g_open_base = nullptr;
-    g_open_size = 0;
-    Unlock();
+    // With no range open this thread is inside the client's Fault or Stepped, whose access
+    // faulted in memory another module traps: that module's handler, further down, takes it.
+    if (g_open_size != 0) {
+      // The instruction being stepped faulted on something else as well: not an access we
+      // can model. Abandon the step so that a handler that jumps away leaves nothing locked;
+      // if the instruction runs again, it traps afresh.
+      uc->uc_mcontext.gregs[REG_EFL] &= ~kTrapFlag;
+      ::mprotect(g_open_base, g_open_size, PROT_NONE);
+      g_open_base = nullptr;
+      g_open_size = 0;
+      Unlock();
+    }
   } else if (client != nullptr) {
     const bool write = (uc->uc_mcontext.gregs[REG_ERR] & kPageFaultWrite) != 0;
     if (Emulate(client, info->si_addr, write, uc)) return;
@@ -132,7 +136,10 @@ void OnTrap(int sig, siginfo_t* info, void* context) {
 bool Install(int sig, void (*handler)(int, siginfo_t*, void*), struct sigaction* previous) {
   struct sigaction action = {};
   action.sa_sigaction = handler;
-  action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+  // SA_NODEFER: a client's callback may fault (or be stepped) in memory another module traps
+  // while this handler runs; that signal must be delivered, not kill the process as a blocked
+  // synchronous signal does.
+  action.sa_flags = SA_SIGINFO | SA_ONSTACK | SA_NODEFER;
   sigemptyset(&action.sa_mask);
   return ::sigaction(sig, &action, previous) == 0;
 }

@@ -77,6 +77,9 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* pointers) {
   if (record->ExceptionCode != EXCEPTION_ACCESS_VIOLATION || record->NumberParameters < 2)
     return EXCEPTION_CONTINUE_SEARCH;
   if (mine) {
+    // With no range open this thread is inside the client's Fault or Stepped, whose access
+    // faulted in memory another module traps: that module's handler takes it.
+    if (g_open_size == 0) return EXCEPTION_CONTINUE_SEARCH;
     // The instruction being stepped faulted on something else as well: abandon the step so
     // that whoever handles this leaves nothing locked; if it runs again, it traps afresh.
     context->EFlags &= ~kTrapFlag;
