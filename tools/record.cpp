@@ -127,9 +127,10 @@ int RunReplay(Session& s) {
     status = run.PrepareVirtualBoard();
     if (status == kExitOk) status = command->run(run);
   }  // released: the recording ends with the board's close
+  // Each text is valid only until the next Get.
   const char* state = s.sim().Get(board, "replay.state");
-  const char* data = s.sim().Get(board, "replay.data");
   const std::string text = state != nullptr ? state : "unknown";
+  const char* data = s.sim().Get(board, "replay.data");
   std::printf("replay: %s (the command's exit status %d; data events %s)\n", text.c_str(), status,
               data != nullptr ? data : "unknown");
   s.json()["replay"] = Json::object();

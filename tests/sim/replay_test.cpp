@@ -61,7 +61,7 @@ const char kRecording[] =
     "7 21 0 R 0x00000014 0xCAFE0001\n"
     "8 22 0 call ZARIM_Read 0 0 addr=0x00000018 value=0x00000077\n"
     "9 30 0 call ZARIM_GetInterruptInfo 0 0\n"
-    "10 1030 0 D 1 2\n"
+    "10 1022 0 D 1 2\n"
     "11 5000 0 call ZARIM_MemoryUnmap 0 0\n"
     "12 5001 0 call ZARIM_Close 0 0\n";
 
@@ -92,7 +92,10 @@ TEST_F(ReplayTest, StopsAtTheFirstDifferenceWithBothSidesAndGoesDeadAfterIt) {
     std::function<void(const OpenBoard&)> instead;
     const char* state;
   } cases[] = {
-      {0, nullptr, "match: 10 events"},
+      {0, nullptr, "match: 8 events"},
+      // The data path's queries come as often as the timing makes them: never checked.
+      {5, [](const OpenBoard& b) { ZARIM_GetSlotNumber(b.handle), ZARIM_GetSlotNumber(b.handle); },
+       "match: 8 events"},
       {6, [](const OpenBoard& b) { b.Reg(0x10) = 6; },
        "differs at event 6: expected W 0x00000010 0x00000005, got W 0x00000010 0x00000006"},
       {6, [](const OpenBoard& b) { ReadReg(b, 0x10); },
@@ -105,8 +108,8 @@ TEST_F(ReplayTest, StopsAtTheFirstDifferenceWithBothSidesAndGoesDeadAfterIt) {
        },
        "differs at event 8: expected call ZARIM_Read 0 0 addr=0x00000018 value=0x00000077, "
        "got call ZARIM_Write addr=0x00000018 value=0x00000009"},
-      {5, [](const OpenBoard& b) { b.Reg(0x10) = 5; },
-       "differs at event 5: expected call ZARIM_GetSlotNumber 3 0, got W 0x00000010 0x00000005"},
+      {11, [](const OpenBoard& b) { b.Reg(0x10) = 5; },
+       "differs at event 11: expected call ZARIM_MemoryUnmap 0 0, got W 0x00000010 0x00000005"},
   };
   for (const auto& c : cases) {
     Set("replay", Write(kRecording));
@@ -118,8 +121,8 @@ TEST_F(ReplayTest, StopsAtTheFirstDifferenceWithBothSidesAndGoesDeadAfterIt) {
     EXPECT_EQ(Get(0, "replay.state"), c.state) << "step " << c.step;
     // Recorded values until the difference, then a board gone from the bus.
     using Read = std::pair<uint32_t, uint32_t>;
-    if (c.step == 0) EXPECT_EQ(read, Read(0xCAFE0001u, 0x77u));
-    if (c.step == 5 || c.step == 6) EXPECT_EQ(read, Read(0xFFFFFFFFu, 0xFFFFFFFFu));
+    if (c.step == 0 || c.step == 5) EXPECT_EQ(read, Read(0xCAFE0001u, 0x77u));
+    if (c.step == 6) EXPECT_EQ(read, Read(0xFFFFFFFFu, 0xFFFFFFFFu));
   }
   // Once everything matched, the next call is one too many.
   Set("replay", Write(kRecording));
@@ -141,7 +144,7 @@ TEST_F(ReplayTest, ACallRecordedAsFailedFailsAgainWithItsCode) {
   ZARIM_Close(handle);
 }
 
-// The data event comes 1000 us of the board's clock after the call before it matched, and
+// The data event comes 1000 us of the board's clock after the event before it matched, and
 // announces buffers that hold the board's payload.
 TEST_F(ReplayTest, DataEventsComeAtTheirRecordedDelayOnTheBoardsClock) {
   Set("clock", "manual");
