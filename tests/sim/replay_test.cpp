@@ -121,8 +121,11 @@ TEST_F(ReplayTest, StopsAtTheFirstDifferenceWithBothSidesAndGoesDeadAfterIt) {
     EXPECT_EQ(Get(0, "replay.state"), c.state) << "step " << c.step;
     // Recorded values until the difference, then a board gone from the bus.
     using Read = std::pair<uint32_t, uint32_t>;
-    if (c.step == 0 || c.step == 5) EXPECT_EQ(read, Read(0xCAFE0001u, 0x77u));
-    if (c.step == 6) EXPECT_EQ(read, Read(0xFFFFFFFFu, 0xFFFFFFFFu));
+    if (c.step == 0 || c.step == 5) {
+      EXPECT_EQ(read, Read(0xCAFE0001u, 0x77u));
+    } else if (c.step == 6) {
+      EXPECT_EQ(read, Read(0xFFFFFFFFu, 0xFFFFFFFFu));
+    }
   }
   // Once everything matched, the next call is one too many.
   Set("replay", Write(kRecording));
