@@ -63,6 +63,10 @@ std::string ReadAppLine(const std::string& file, Json* app) {
 
 std::string StartRecording(const Invocation& inv, const std::vector<std::string>& args,
                            std::string* control) {
+  // Said here in the CLI's words: the recorder could only fail the board's open.
+  std::FILE* probe = std::fopen(inv.record.c_str(), "ab");
+  if (probe == nullptr) return "cannot write " + inv.record;
+  std::fclose(probe);
   const std::string dir = zrec::ModuleDirectory(reinterpret_cast<const void*>(&CreateDeviceInstance));
   if (dir.empty()) return "cannot tell where the torvixe library is";
   const char* given = std::getenv("ZARIMREC_TARGET");
