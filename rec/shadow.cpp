@@ -13,7 +13,6 @@
 // The real access is itself a plain `mov`, written out so that no compiler may make it
 // anything else: when the target is our virtual board its BAR is trapped as well, and its
 // handler carries out a plain move in one fault, even nested inside this one.
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 
@@ -47,9 +46,6 @@ constexpr size_t kMaxShadows = 16;
 Shadow g_shadows[kMaxShadows];
 std::mutex g_shadows_mutex;
 
-// An instruction may reach this many bytes around the faulting address; their pages open
-// together for the step.
-constexpr size_t kAccessReach = 16;
 
 Shadow* Find(uintptr_t a, uint32_t* offset) {
   for (Shadow& s : g_shadows) {
@@ -114,10 +110,9 @@ class ShadowClient final : public tvx::os::TrapClient {
         *reinterpret_cast<volatile uint32_t*>(base + offset) = value;
       }
     }
-    const size_t low = (offset > kAccessReach ? offset - kAccessReach : 0) / page * page;
-    const size_t high = std::min(s->allocated, (offset + kAccessReach + page - 1) / page * page);
-    *open_base = reinterpret_cast<void*>(base + low);
-    *open_size = high - low;
+    size_t first;
+    tvx::os::StepRange(offset, s->allocated, &first, open_size);
+    *open_base = reinterpret_cast<void*>(base + first);
     return true;
   }
 

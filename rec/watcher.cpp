@@ -30,9 +30,7 @@ class Watcher {
 
  private:
   uint32_t Completed(uint32_t channel) const {
-    const uintptr_t record = records_ + channel * sizeof(tvx::zarimio::ChannelProgress);
-    return *reinterpret_cast<const volatile uint32_t*>(
-        record + offsetof(tvx::zarimio::ChannelProgress, completed));
+    return *static_cast<const volatile uint32_t*>(tvx::zarimio::CompletedCount(records_, channel));
   }
 
   // The counts found at the start are the baseline: only what changes after is recorded.

@@ -11,7 +11,6 @@
 // as a 32-bit access at its address. Two threads touching the SAME page of a BAR at the same
 // moment are not reliably modelled: while one thread's instruction runs with the page opened,
 // the other's access to that page does not fault.
-#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <mutex>
@@ -35,9 +34,6 @@ BarSlot g_bars[kMaxBoards];
 size_t RoundUp(size_t value, size_t unit) { return (value + unit - 1) / unit * unit; }
 size_t RoundDown(size_t value, size_t unit) { return value / unit * unit; }
 
-// An instruction may access up to this many bytes around the faulting address (a vector load
-// straddling a page boundary); the pages covering them are opened together.
-constexpr size_t kAccessReach = 16;
 
 // The board whose BAR holds `a`, or null; read without a lock from inside the fault handler.
 Board* BoardAt(uintptr_t a) {
@@ -109,10 +105,9 @@ class BarTrapClient final : public tvx::os::TrapClient {
         *reinterpret_cast<volatile uint32_t*>(bar.base + offset) = value;
       }
     }
-    const size_t low = RoundDown(offset > kAccessReach ? offset - kAccessReach : 0, page);
-    const size_t high = std::min(bar.allocated, RoundUp(offset + kAccessReach, page));
-    *open_base = bar.base + low;
-    *open_size = high - low;
+    size_t first;
+    tvx::os::StepRange(offset, bar.allocated, &first, open_size);
+    *open_base = bar.base + first;
     return true;
   }
 

@@ -13,6 +13,7 @@
 
 #include "board_model.h"
 #include "hw/driver_parameters.h"
+#include "dma_ring.h"
 #include "hw/zarimio_abi.h"
 #include "platform/os.h"
 #include "replay.h"
@@ -108,6 +109,7 @@ int SetKey(unsigned board, const std::string& key, const std::string& value);
 // ---- DMA engine (dma_engine.cpp) -------------------------------------------------------------
 // Connects the board's bus master to its engine (at open; again is harmless).
 void AttachDmaEngine(Board& board);
+DmaRingView RingView(const Board& board);   // of its mapped memory
 // Stops the board's engine and returns once it touches no buffer, record or event any more.
 // Called with the board's lock held, before the memory is unmapped or the events closed.
 void StopDmaEngine(Board& board);
@@ -120,5 +122,7 @@ std::string ArmReplay(Board& board, const std::string& path);
 // ---- configuration file (config_file.cpp) ----------------------------------------------------
 // 0; -1 when the file cannot be read; else the number of the first refused line.
 int LoadConfigFile(const char* path);
+// The whole of a regular file (never a FIFO or a device); false when it cannot be read.
+bool ReadRegularFile(const char* path, std::string* text);
 
 }  // namespace zsim

@@ -63,16 +63,21 @@ bool Apply(int section, const std::string& key, const std::string& value) {
 
 }  // namespace
 
-int LoadConfigFile(const char* path) {
-  // Only a regular file: a FIFO or a device named here must not hold up the board's start.
+// Only a regular file: a FIFO or a device named here must not hold up the board.
+bool ReadRegularFile(const char* path, std::string* text) {
   std::FILE* file = tvx::os::OpenRegularFile(path, false);
-  if (file == nullptr) return -1;
-  std::string text;
-  char chunk[4096];
-  for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;) text.append(chunk, n);
+  if (file == nullptr) return false;
+  text->clear();
+  char chunk[65536];
+  for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;) text->append(chunk, n);
   const bool failed = std::ferror(file) != 0;
   std::fclose(file);
-  if (failed) return -1;
+  return !failed;
+}
+
+int LoadConfigFile(const char* path) {
+  std::string text;
+  if (!ReadRegularFile(path, &text)) return -1;
   std::istringstream lines(text);
   int section = kGlobalSection;
   std::string raw;

@@ -57,27 +57,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 
-// The completed count of channel c's progress record.
-uint32_t* CompletedCount(void* progress, uint32_t c) {
-  using tvx::zarimio::ChannelProgress;
-  uint8_t* record = static_cast<uint8_t*>(progress) + size_t(c) * sizeof(ChannelProgress);
-  return reinterpret_cast<uint32_t*>(record + offsetof(ChannelProgress, completed));
-}
-
-// The reader (another thread, maybe another process) must see a buffer before the count that
-// announces it.
-void Publish(void* progress, uint32_t c, uint32_t count) {
-  __atomic_store_n(CompletedCount(progress, c), count, __ATOMIC_RELEASE);
-}
-
 // What one run works on, fixed at its start.
 struct Job {
-  uint32_t buffers_per_channel = 0;
-  uint32_t buffer_size = 0;
-  uint32_t slot = 0;
+  DmaRingView ring;
   std::vector<uint32_t> channels;       // the programmed ones
-  uint8_t* buffers = nullptr;           // buffer i at buffers + i * buffer_size
-  void* progress = nullptr;             // the 24-byte records, by channel
   std::vector<tvx::os::Event> events;   // by channel
   DmaMaster* master = nullptr;          // its status counters
 };
@@ -180,7 +163,6 @@ class Engine {
 
   void Run() {
     const Job& job = job_;
-    const uint32_t ring = job.buffers_per_channel;
     done_.assign(job.channels.size(), 0);
     std::vector<uint64_t> updates(job.channels.size(), 0);
     DmaSettings s;
@@ -196,14 +178,8 @@ class Engine {
         uint64_t n = s.burst;
         if (s.stall) n = std::min(n, s.stall_after > done_[x] ? s.stall_after - done_[x] : 0);
         if (n == 0) continue;
-        // Of a burst longer than the ring only the last ring's worth survives in memory.
-        ZSIM_UNWATCHED_BEGIN();
-        for (uint64_t q = done_[x] + (n > ring ? n - ring : 0); q < done_[x] + n; ++q)
-          zsim_payload_fill(job.buffers + (size_t(c) * ring + q % ring) * job.buffer_size,
-                            job.buffer_size, s.payload, c, job.slot, q);
-        ZSIM_UNWATCHED_END();
+        CompleteBuffers(job.ring, s.payload, c, done_[x], done_[x] + n);
         done_[x] += n;
-        Publish(job.progress, c, uint32_t(done_[x]));
         DmaMaster::ChannelStatus& status = job.master->status(c);
         status.completed.store(done_[x], std::memory_order_relaxed);
         ++updates[x];
@@ -243,12 +219,7 @@ std::string Prepare(Board& board, Job* job) {
   DmaMaster& master = board.model.dma_master();
   std::string reason = master.Check(ring, &job->channels);
   if (!reason.empty()) return reason;
-  job->buffers_per_channel = dma.buffers_per_channel;
-  job->buffer_size = dma.buffer_size;
-  job->slot = board.model.slot();
-  // Our own allocation, not the descriptors' process addresses: the caller can write those.
-  job->buffers = static_cast<uint8_t*>(dma.buffers);
-  job->progress = dma.progress;
+  job->ring = RingView(board);
   job->events = board.events;
   job->master = &master;
   return "";
@@ -269,7 +240,7 @@ void OnControl(Board& board) {
     return;
   }
   // The counts are "completed since the engine was started".
-  for (uint32_t c = 0; c < board.dma.channels; ++c) Publish(board.dma.progress, c, 0);
+  for (uint32_t c = 0; c < board.dma.channels; ++c) PublishCompleted(board.dma.progress, c, 0);
   master.ClearStatus();
   if (!engine.Start(std::move(job), master.settings())) {
     master.set_state("refused: no thread for the engine");
@@ -279,6 +250,36 @@ void OnControl(Board& board) {
 }
 
 }  // namespace
+
+DmaRingView RingView(const Board& board) {
+  DmaRingView view;
+  // Our own allocation, not the descriptors' process addresses: the caller can write those.
+  view.buffers = static_cast<uint8_t*>(board.dma.buffers);
+  view.progress = board.dma.progress;
+  view.buffers_per_channel = board.dma.buffers_per_channel;
+  view.buffer_size = board.dma.buffer_size;
+  view.slot = board.model.slot();
+  return view;
+}
+
+// The reader (another thread, maybe another process) must see a buffer before the count that
+// announces it.
+void PublishCompleted(void* progress, uint32_t channel, uint32_t count) {
+  __atomic_store_n(tvx::zarimio::CompletedCount(reinterpret_cast<uintptr_t>(progress), channel),
+                   count, __ATOMIC_RELEASE);
+}
+
+void CompleteBuffers(const DmaRingView& ring, unsigned payload, uint32_t channel, uint64_t done,
+                     uint64_t count) {
+  const uint32_t n = ring.buffers_per_channel;
+  // Of a burst longer than the ring only the last ring's worth survives in memory.
+  ZSIM_UNWATCHED_BEGIN();
+  for (uint64_t q = count - done > n ? count - n : done; q < count; ++q)
+    zsim_payload_fill(ring.buffers + (size_t(channel) * n + q % n) * ring.buffer_size,
+                      ring.buffer_size, payload, channel, ring.slot, q);
+  ZSIM_UNWATCHED_END();
+  PublishCompleted(ring.progress, channel, uint32_t(count));
+}
 
 void AttachDmaEngine(Board& board) {
   board.model.dma_master().SetListener([&board](DmaMaster::Change change) {

@@ -9,9 +9,7 @@
 
 #include "board.h"
 #include "keys.h"
-#include "platform/stdio_ext.h"
 #include "stream/dma_master.h"
-#include "zarimsim_payload.h"
 
 namespace zsim {
 
@@ -33,23 +31,17 @@ bool ParseU64(const std::string& text, uint64_t* out) {
   return true;
 }
 
-std::string Hex(uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof text, "0x%08X", value);
-  return text;
-}
-
 // The data path's queries: every read of every channel's reader asks for the slot and the
 // progress records, from as many threads as there are channels, as often as the timing makes
-// it read. Neither changes the board, and no recording can fix their number or order, so a
-// replay answers them as the board does without checking them.
+// it read. Neither changes the board, and no recording can fix their number or order, so they
+// are no events of a replay (the virtual board answers them as always).
 bool Query(const std::string& name) {
   return name == "ZARIM_GetSlotNumber" || name == "ZARIM_GetInterruptInfo";
 }
 
 std::string AccessText(bool write, uint32_t address, const uint32_t* value) {
-  std::string text = std::string(write ? "W " : "R ") + Hex(address);
-  if (value != nullptr) text += " " + Hex(*value);
+  std::string text = std::string(write ? "W " : "R ") + FormatHex(address);
+  if (value != nullptr) text += " " + FormatHex(*value);
   return text;
 }
 
@@ -63,14 +55,8 @@ std::string Replay::Load(const std::string& path, unsigned index) {
 
 std::string Replay::Parse(const std::string& path, unsigned index) {
   if (path.empty() || path == "none") return "";
-  std::FILE* file = tvx::os::OpenRegularFile(path.c_str(), false);
-  if (file == nullptr) return "cannot read " + path;
   std::string text;
-  char chunk[65536];
-  for (size_t n; (n = std::fread(chunk, 1, sizeof chunk, file)) > 0;) text.append(chunk, n);
-  const bool failed = std::ferror(file) != 0;
-  std::fclose(file);
-  if (failed) return "cannot read " + path;
+  if (!ReadRegularFile(path.c_str(), &text)) return "cannot read " + path;
 
   std::vector<Event> events;
   std::vector<DataEvent> data;
@@ -204,7 +190,7 @@ uint32_t Replay::Access(bool write, uint32_t address, uint32_t value, uint64_t n
 }
 
 uint32_t Replay::Call(const char* name, uint64_t now_us) {
-  if (!armed_ || Query(name)) return 0;
+  if (!armed_) return 0;
   std::lock_guard<std::mutex> lock(mutex_);
   const std::string actual = std::string("call ") + name;
   const Event* e = Next(actual);
@@ -221,8 +207,8 @@ uint32_t Replay::Call(const char* name, uint64_t now_us) {
 uint32_t Replay::Port(bool write, uint32_t address, uint32_t* value, uint64_t now_us) {
   std::lock_guard<std::mutex> lock(mutex_);   // only called while armed
   const char* name = write ? "ZARIM_Write" : "ZARIM_Read";
-  std::string actual = std::string("call ") + name + " addr=" + Hex(address);
-  if (write) actual += " value=" + Hex(*value);
+  std::string actual = std::string("call ") + name + " addr=" + FormatHex(address);
+  if (write) actual += " value=" + FormatHex(*value);
   const Event* e = Next(actual);
   if (e == nullptr) {
     if (!write) *value = kGone;
@@ -258,13 +244,9 @@ void Replay::StartData(Board& board) {
   StopData();
   if (!armed_ || data_.empty() || !board.dma.mapped) return;
   const DmaMemory& dma = board.dma;
-  buffers_ = static_cast<uint8_t*>(dma.buffers);
-  progress_ = dma.progress;
+  ring_ = RingView(board);
   data_events_ = board.events;
   channels_ = std::min<uint32_t>(dma.channels, uint32_t(board.events.size()));
-  ring_ = dma.buffers_per_channel;
-  buffer_size_ = dma.buffer_size;
-  slot_ = board.model.slot();
   payload_ = board.model.dma_master().settings().payload;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -288,7 +270,6 @@ void Replay::StopData() {
 }
 
 void Replay::RunData(Board* board) {
-  using tvx::zarimio::ChannelProgress;
   std::vector<uint32_t> counts(channels_, 0);
   std::unique_lock<std::mutex> lock(mutex_);
   while (!data_stop_ && !stopped_ && played_ < data_.size()) {
@@ -321,17 +302,11 @@ void Replay::RunData(Board* board) {
     ++played_;
     if (c >= channels_) continue;
     lock.unlock();
-    uint8_t* record = static_cast<uint8_t*>(progress_) + size_t(c) * sizeof(ChannelProgress);
-    auto* completed = reinterpret_cast<uint32_t*>(record + offsetof(ChannelProgress, completed));
     if (count > counts[c]) {
-      const uint32_t first = std::max(counts[c], count > ring_ ? count - ring_ : 0);
-      for (uint32_t q = first; q < count; ++q)
-        zsim_payload_fill(buffers_ + (size_t(c) * ring_ + q % ring_) * buffer_size_, buffer_size_,
-                          payload_, c, slot_, q);
-      __atomic_store_n(completed, count, __ATOMIC_RELEASE);
+      CompleteBuffers(ring_, payload_, c, counts[c], count);
       tvx::os::SignalEvent(data_events_[c]);
     } else {
-      __atomic_store_n(completed, count, __ATOMIC_RELEASE);   // the engine started again
+      PublishCompleted(ring_.progress, c, count);   // the engine started again
     }
     counts[c] = count;
     lock.lock();

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "dma_ring.h"
 #include "platform/os.h"
 
 namespace zsim {
@@ -97,10 +98,9 @@ class Replay {
 
   std::thread data_thread_;
   // What the data thread works on, fixed when it starts.
-  uint8_t* buffers_ = nullptr;
-  void* progress_ = nullptr;
+  DmaRingView ring_;
   std::vector<tvx::os::Event> data_events_;
-  uint32_t channels_ = 0, ring_ = 0, buffer_size_ = 0, slot_ = 0, payload_ = 0;
+  uint32_t channels_ = 0, payload_ = 0;
 };
 
 }  // namespace zsim

@@ -72,6 +72,12 @@ static_assert(sizeof(InterruptInfo) == 20);
 static_assert(sizeof(ChannelProgress) == 24);
 static_assert(offsetof(ChannelProgress, completed) == 4);
 
+// Channel `channel`'s completed count in the progress records at `records`.
+inline uint32_t* CompletedCount(uintptr_t records, uint32_t channel) {
+  return reinterpret_cast<uint32_t*>(records + size_t(channel) * sizeof(ChannelProgress) +
+                                     offsetof(ChannelProgress, completed));
+}
+
 extern "C" {
 using OpenFn = Handle (*)(uint8_t index);
 using CloseFn = int32_t (*)(Handle device);

@@ -125,6 +125,17 @@ class TrapClient {
     return false;
   }
 };
+// The range a client opens in `Fault` to step one access at byte `offset` of its trapped
+// memory of `allocated` bytes (whole pages): every page the faulting instruction may touch, as
+// a vector access straddling a page boundary reaches 16 bytes around the address.
+inline void StepRange(size_t offset, size_t allocated, size_t* first, size_t* size) {
+  constexpr size_t kAccessReach = 16;
+  const size_t page = PageSize();
+  const size_t low = (offset > kAccessReach ? offset - kAccessReach : 0) / page * page;
+  const size_t high = (offset + kAccessReach + page - 1) / page * page;
+  *first = low;
+  *size = (high < allocated ? high : allocated) - low;
+}
 bool InstallTrapClient(TrapClient* client);   // one client per process; idempotent
 void RemoveTrapClient(TrapClient* client);
 

@@ -207,7 +207,9 @@ TEST_F(DemodTest, CarrierSplit) {
     EXPECT_EQ(Written(kDirect), r.direct) << r.type << " " << r.hz;
     EXPECT_EQ(Written(kBand), r.band) << r.type << " " << r.hz;
     EXPECT_EQ(Written(kLSynth).empty() ? "none" : Get("synth.l.frequency"), r.lo) << r.type << " " << r.hz;
-    if (!Written(kLSynth).empty()) EXPECT_EQ(Get("synth.l.locked"), "1") << r.type << " " << r.hz;
+    if (!Written(kLSynth).empty()) {
+      EXPECT_EQ(Get("synth.l.locked"), "1") << r.type << " " << r.hz;
+    }
     std::string order, last;
     for (const zsim_access& a : model.Trace())
       for (const auto& [address, name] : blocks)
